@@ -127,8 +127,8 @@ Calendar::WeekKey Calendar::weekKey(QDate date, int firstWeekday, int minimumDay
 
 bool Calendar::operator==(const Calendar &other) const
 {
-    return m_zone == other.m_zone && m_firstWeekday == other.m_firstWeekday
-           && m_minimumDaysInFirstWeek == other.m_minimumDaysInFirstWeek;
+    return m_zone == other.m_zone && m_firstWeekday == other.m_firstWeekday &&
+           m_minimumDaysInFirstWeek == other.m_minimumDaysInFirstWeek;
 }
 
 namespace Clock {
