@@ -1,0 +1,196 @@
+#include "TovrenApp.h"
+
+#include "core/AppCalendar.h"
+#include "core/DataGeneration.h"
+#include "core/DataLocations.h"
+#include "core/ImageStorage.h"
+#include "core/Notices.h"
+#include "core/PreferenceKeys.h"
+#include "core/Preferences.h"
+#include "core/UserProfile.h"
+#include "core/records/AIInteraction.h"
+#include "core/records/ActionItem.h"
+#include "core/records/DailyEntry.h"
+#include "core/records/Document.h"
+#include "core/records/EntryImage.h"
+#include "core/records/Goal.h"
+#include "core/records/GoalMilestone.h"
+#include "core/records/InboxItem.h"
+#include "core/records/Meeting.h"
+#include "core/records/Person.h"
+#include "core/records/SavedStory.h"
+#include "core/records/Tag.h"
+#include "core/records/TaskItem.h"
+#include "core/records/WeeklyBrief.h"
+#include "core/store/ModelContainer.h"
+#include "core/store/ModelContext.h"
+
+#include <QTimer>
+
+using namespace Qt::StringLiterals;
+
+LaunchSteps LaunchSteps::standard()
+{
+    LaunchSteps steps;
+    // The import from an earlier install, the restore of a backup and the assistant tool groups
+    // arrive with their own work; until then these steps have nothing to do.
+    steps.legacyImport = [] { return std::optional<QString>(); };
+    steps.pendingRestore = [] { return std::optional<QString>(); };
+    steps.toolGroupDefaults = [] {};
+    return steps;
+}
+
+TovrenApp::TovrenApp(LaunchSteps steps, QObject *parent)
+    : QObject(parent)
+    , m_steps(std::move(steps))
+    , m_preferences(std::make_unique<Preferences>(DataLocations::preferencesPath()))
+    , m_calendar(std::make_unique<AppCalendar>())
+{
+}
+
+TovrenApp::~TovrenApp()
+{
+    shutdown();
+}
+
+ModelContext &TovrenApp::mainContext()
+{
+    return m_container->mainContext();
+}
+
+void TovrenApp::start()
+{
+    std::optional<QString> notice = m_steps.legacyImport ? m_steps.legacyImport() : std::nullopt;
+    // A restore overwrites the store files, so it runs after the import, and its word wins.
+    if (std::optional<QString> restored =
+            m_steps.pendingRestore ? m_steps.pendingRestore() : std::nullopt)
+        notice = std::move(restored);
+    if (m_steps.toolGroupDefaults)
+        m_steps.toolGroupDefaults();
+
+    StoreLifecycle::Opened opened = StoreLifecycle::open(std::move(notice), m_steps.openStore);
+    m_container = std::move(opened.container);
+    m_recoveryNotice = std::move(opened.recoveryNotice);
+    m_storeState = opened.state;
+    // Autosave starts once start-up has handed the thread back.
+    QTimer::singleShot(0, this, [this] { mainContext().setAutosaveEnabled(true); });
+}
+
+void TovrenApp::shellDidAppear()
+{
+    if (m_recoveryNotice)
+        m_preferences->set(Prefs::pendingRecoveryNotice, m_recoveryNotice);
+    // Behind the first page: the work starts once the event loop has drawn it.
+    QTimer::singleShot(0, this, [this] { deferredLaunchWork(); });
+}
+
+QString TovrenApp::recoveryAlertTitle(const QString &notice)
+{
+    return notice.startsWith(u"Restored"_s) ? u"Journal restored"_s : u"Database recovered"_s;
+}
+
+std::optional<TovrenApp::Alert> TovrenApp::firstPageDidAppear()
+{
+    std::optional<Alert> alert;
+    ModelContext &context = mainContext();
+    if (const std::optional<QString> notice = m_preferences->value(Prefs::pendingRecoveryNotice)) {
+        m_preferences->remove(Prefs::pendingRecoveryNotice.name);
+        alert = Alert{recoveryAlertTitle(*notice), *notice};
+        context.insert(std::make_shared<InboxItem>(InboxItemKind::system, alert->title, *notice));
+        context.trySave();
+    }
+
+    if (const auto profile = context.tryFetch<Document>(
+            {field(&Document::category) == DocumentCategory::aboutMe, {}, 1});
+        !profile.isEmpty()) {
+        UserProfile::mirror(*m_preferences, profile.first()->userName,
+                            profile.first()->avatarData.optionalValue());
+    }
+    return alert;
+}
+
+QCoro::Task<> TovrenApp::deferredLaunchWork()
+{
+    // The update check, backups, missing recaps and the streak reminder join here, in that
+    // order, as they arrive.
+    postLibraryNudgeIfNeeded();
+    co_return;
+}
+
+void TovrenApp::postLibraryNudgeIfNeeded()
+{
+    if (m_preferences->value(Prefs::libraryNudgePosted))
+        return;
+    ModelContext &context = mainContext();
+    qint64 entries = 0;
+    try {
+        entries = context.fetchCount<DailyEntry>();
+    } catch (const StoreError &) {
+        return; // asked again at a later launch
+    }
+    if (entries < 10)
+        return;
+    if (!context
+             .tryFetch<Document>({field(&Document::category) != DocumentCategory::aboutMe, {}, 1})
+             .isEmpty()) {
+        m_preferences->set(Prefs::libraryNudgePosted, true); // the user found the library alone
+        return;
+    }
+    context.insert(std::make_shared<InboxItem>(
+        InboxItemKind::system, u"Sharpen your recaps and reviews"_s,
+        u"Add a leveling guide, a past review, or your resume to Library. Every brief and story is "
+        "grounded in what Tovren knows. The more it knows about the bar you're measured against, "
+        "the sharper the drafts."_s,
+        std::nullopt, u"Open Library"_s, u"tab:library"_s));
+    context.trySave();
+    m_preferences->set(Prefs::libraryNudgePosted, true);
+}
+
+namespace {
+
+template<class T>
+void removeAll(ModelContext &context)
+{
+    for (const auto &record : context.tryFetch<T>())
+        context.remove(record);
+}
+
+} // namespace
+
+void TovrenApp::eraseAllData()
+{
+    DataGeneration::advance();
+    ModelContext &context = mainContext();
+    for (const auto &image : context.tryFetch<EntryImage>())
+        ImageStorage::remove(image->id.toString(QUuid::WithoutBraces).toUpper());
+
+    // Generated reviews are deliberately kept: they outlive an erase.
+    removeAll<DailyEntry>(context);
+    removeAll<Meeting>(context);
+    removeAll<Person>(context);
+    removeAll<Goal>(context);
+    removeAll<GoalMilestone>(context);
+    removeAll<TaskItem>(context);
+    removeAll<ActionItem>(context);
+    removeAll<Document>(context);
+    removeAll<EntryImage>(context);
+    removeAll<Tag>(context);
+    removeAll<InboxItem>(context);
+    removeAll<AIInteraction>(context);
+    removeAll<WeeklyBrief>(context);
+    removeAll<SavedStory>(context);
+    context.trySave();
+
+    m_preferences->remove(Prefs::userProfileName.name);
+    m_preferences->remove(Prefs::userProfileAvatar.name);
+    m_preferences->remove(Prefs::userProfileEmail.name);
+    NoticeCenter::shared().post(Notices::dataErased);
+}
+
+void TovrenApp::shutdown()
+{
+    if (m_container)
+        mainContext().trySave();
+    if (m_preferences)
+        m_preferences->flush();
+}

@@ -1,0 +1,80 @@
+#pragma once
+
+#include "StoreLifecycle.h"
+
+#include <QObject>
+#include <QString>
+
+#include <qcoro/qcorotask.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+class AppCalendar;
+class ModelContainer;
+class ModelContext;
+class Preferences;
+
+// The launch steps that work on files before any store is open. Each returns the notice it
+// has for the user, if any.
+struct LaunchSteps {
+    std::function<std::optional<QString>()> legacyImport;
+    std::function<std::optional<QString>()> pendingRestore;
+    std::function<void()> toolGroupDefaults;
+    StoreLifecycle::Opener openStore = StoreLifecycle::openContainer;
+
+    static LaunchSteps standard();
+};
+
+// The composition root: owns the store, the preferences and the long-lived services for the
+// life of the process, runs the start-up in its fixed order, and hands the services to the faces.
+class TovrenApp : public QObject {
+    Q_OBJECT
+public:
+    explicit TovrenApp(LaunchSteps steps = LaunchSteps::standard(), QObject *parent = nullptr);
+    ~TovrenApp() override;
+
+    // Process start: legacy import, pending restore, tool-group defaults, then the store.
+    // Raises StoreError only when not even a store in memory can be had.
+    void start();
+
+    Preferences &preferences() { return *m_preferences; }
+    AppCalendar &appCalendar() { return *m_calendar; }
+    ModelContainer &container() { return *m_container; }
+    ModelContext &mainContext();
+    const std::optional<QString> &recoveryNotice() const { return m_recoveryNotice; }
+    StoreLifecycle::State storeState() const { return m_storeState; }
+
+    // The main shell is showing (or, without a window, start-up is done): pass this launch's
+    // notice on to the first page and start the deferred launch work. Runs again whenever the
+    // shell appears again; each piece of work guards itself.
+    void shellDidAppear();
+
+    struct Alert {
+        QString title;
+        QString text;
+    };
+    // The first page is up: picks up a pending recovery notice (the alert to show, also kept as
+    // an inbox row) and mirrors the profile.
+    std::optional<Alert> firstPageDidAppear();
+
+    QCoro::Task<> deferredLaunchWork();
+    void postLibraryNudgeIfNeeded();
+
+    // Removes everything Tovren keeps of the user's except generated reviews and settings.
+    void eraseAllData();
+
+    // Saves what is pending and writes the preferences; called before the process ends.
+    void shutdown();
+
+    static QString recoveryAlertTitle(const QString &notice);
+
+private:
+    LaunchSteps m_steps;
+    std::unique_ptr<Preferences> m_preferences;
+    std::unique_ptr<AppCalendar> m_calendar;
+    std::unique_ptr<ModelContainer> m_container;
+    std::optional<QString> m_recoveryNotice;
+    StoreLifecycle::State m_storeState = StoreLifecycle::State::normal;
+};
