@@ -51,8 +51,9 @@ QList<std::shared_ptr<EntryImage>> DailyEntry::images() const
 
 qint64 DailyEntry::contentHash(const QString &text)
 {
-    // qHash carries a per-process random seed; that is exactly the lifetime a hash should have.
-    const size_t h = qHash(text);
+    // Salted with the process's random seed (qHash alone is unseeded), so a stored hash only
+    // matches in the process that wrote it.
+    const size_t h = qHash(text, QHashSeed::globalSeed());
     return static_cast<qint64>(static_cast<quint64>(h));
 }
 

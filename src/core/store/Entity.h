@@ -161,7 +161,9 @@ public:
     explicit EntityBuilder(QString name)
     {
         m_entity.name = std::move(name);
-        m_entity.make = [] { return std::shared_ptr<Record>(new T(typename T::Loading{})); };
+        m_entity.make = [] {
+            return std::shared_ptr<Record>(std::make_shared<T>(typename T::Loading{}));
+        };
     }
 
     // A plain value column; `missing` is what rows of an older file get.

@@ -153,11 +153,15 @@ void ModelContext::remove(const std::shared_ptr<Record> &record)
     auto slot = table.find(key);
     if (slot == table.end() || slot->object != record || slot->deleted)
         return;
-    slot->deleted = true; // before the cascade, so that the children no longer see it
-    for (const CascadeRelationship &relationship : entity.cascades) {
-        for (const auto &child : children(relationship, key))
-            remove(child);
-    }
+    // Children are gathered while the record still resolves: one read from the file only now
+    // would otherwise point at nothing and be left behind. Marked before they go, so that a
+    // cascade leading back here stops.
+    QList<std::shared_ptr<Record>> doomed;
+    for (const CascadeRelationship &relationship : entity.cascades)
+        doomed += children(relationship, key);
+    slotsOf(entity).find(key)->deleted = true; // the gathering may have grown the table
+    for (const auto &child : std::as_const(doomed))
+        remove(child);
     Slots &after = slotsOf(entity); // the cascade may have grown the tables
     if (auto it = after.find(key); it != after.end() && !it->persisted) {
         it->object->m_context = nullptr;
