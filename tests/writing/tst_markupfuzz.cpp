@@ -1,9 +1,14 @@
 #include "WritingTestMain.h"
+#include "writing/EditingRules.h"
 #include "writing/EntryMarkup.h"
 #include "writing/MarkdownDialect.h"
+#include "writing/SlashMenu.h"
+#include "writing/TableEditing.h"
 
 #include <QElapsedTimer>
 #include <QRandomGenerator>
+#include <QTextBlock>
+#include <QTextCursor>
 #include <QTextDocument>
 
 using namespace Qt::StringLiterals;
@@ -104,6 +109,80 @@ QString roundTrip(const QString &text, const EntryMarkup::LoadOptions &options)
     return EntryMarkup::serializeToMarkdown(document);
 }
 
+void selectRandomly(QTextCursor &cursor, QRandomGenerator &random)
+{
+    const int size = cursor.document()->characterCount();
+    const int a = random.bounded(size);
+    const int b = random.bounded(size);
+    cursor.setPosition(std::min(a, b));
+    cursor.setPosition(std::max(a, b), QTextCursor::KeepAnchor);
+}
+
+// One random thing a user can do in the editor.
+void edit(QTextDocument &document, QRandomGenerator &random)
+{
+    QTextCursor cursor(&document);
+    cursor.setPosition(random.bounded(document.characterCount()));
+    switch (random.bounded(14)) {
+    case 0:
+        cursor.insertText(pieces().at(random.bounded(int(pieces().size()))));
+        break;
+    case 1:
+        selectRandomly(cursor, random);
+        cursor.removeSelectedText();
+        break;
+    case 2:
+        selectRandomly(cursor, random);
+        EditingRules::toggleInline(cursor, EditingRules::InlineStyle(random.bounded(4)));
+        break;
+    case 3:
+        selectRandomly(cursor, random);
+        EditingRules::toggleLineFormatting(cursor, LineFormatting(random.bounded(10)));
+        break;
+    case 4:
+        cursor.movePosition(QTextCursor::EndOfBlock);
+        if (!EditingRules::handleReturn(cursor))
+            cursor.insertBlock();
+        break;
+    case 5:
+        EditingRules::handleBackspaceInMarker(cursor);
+        break;
+    case 6:
+        selectRandomly(cursor, random);
+        EditingRules::indentSelection(cursor, random.bounded(2) == 0);
+        break;
+    case 7:
+        selectRandomly(cursor, random);
+        EditingRules::applyLink(cursor, random.bounded(2) ? u"x.org/*a*"_s : QString());
+        break;
+    case 8:
+        selectRandomly(cursor, random);
+        EditingRules::setHighlight(cursor, u"green"_s);
+        break;
+    case 9:
+        selectRandomly(cursor, random);
+        EditingRules::clearFormatting(cursor);
+        break;
+    case 10:
+        TableEditing::insertTable(cursor);
+        break;
+    case 11:
+        if (cursor.currentTable()) {
+            TableEditing::deleteRow(cursor);
+        } else {
+            cursor.insertText(u"/"_s);
+            SlashMenu::apply(cursor, SlashMenu::Action(random.bounded(10)));
+        }
+        break;
+    case 12:
+        EntryMarkup::insertMarkdown(cursor, randomText(random));
+        break;
+    case 13:
+        EditingRules::toggleChecklistItem(cursor.block());
+        break;
+    }
+}
+
 int budgetMs()
 {
     bool ok = false;
@@ -150,6 +229,34 @@ private slots:
             ++cases;
         }
         qInfo("%d random texts, seed %u", cases, seed());
+    }
+
+    // The same after the editing rules have worked on the document, since what users save
+    // comes from edits, not from loading alone.
+    void editedTextIsAFixedPoint()
+    {
+        QRandomGenerator random(seed() + 1);
+        QElapsedTimer timer;
+        timer.start();
+        int cases = 0;
+        while (timer.elapsed() < budgetMs()) {
+            QTextDocument document;
+            const QString start = randomText(random);
+            EntryMarkup::loadFromMarkdown(start, document);
+            const int edits = 1 + random.bounded(8);
+            for (int i = 0; i < edits; ++i)
+                edit(document, random);
+            const QString written = EntryMarkup::serializeToMarkdown(document);
+            const QString again = roundTrip(written, {});
+            if (again != written) {
+                qWarning("start:   %s", qPrintable(shown(start)));
+                qWarning("written: %s", qPrintable(shown(written)));
+                qWarning("again:   %s", qPrintable(shown(again)));
+                QFAIL("not a fixed point after editing");
+            }
+            ++cases;
+        }
+        qInfo("%d edited documents, seed %u", cases, seed());
     }
 };
 
