@@ -1,0 +1,324 @@
+// Hostile input for the line handler and the framing: valid requests mutated, truncated and
+// bit-flipped, deep nesting, odd numbers, broken UTF-8. Nothing may crash or hang, and every
+// answer must still be one well-formed line.
+//
+// The run stops after 200,000 lines or 25 seconds, whichever comes first, so that it stays
+// short under the sanitizers on a busy machine. TOVREN_FUZZ_SEED repeats a run, and
+// TOVREN_FUZZ_LINES and TOVREN_FUZZ_SECONDS change its length.
+
+#include "BridgeTestSupport.h"
+
+#include "bridge/MCPServer.h"
+
+#include <QElapsedTimer>
+#include <QRandomGenerator>
+
+using namespace Qt::StringLiterals;
+using namespace BridgeTest;
+
+namespace {
+
+QByteArrayList seeds()
+{
+    return {
+        request("1", "initialize", R"({"protocolVersion":"2024-11-05","capabilities":{}})"),
+        request(QByteArray(), "notifications/initialized"),
+        request("\"list\"", "tools/list"),
+        request("null", "tools/list", "{}"),
+        call("2", "echo", R"({"text":"a #tag @Ada Lovelace","limit":10,"done":true})"),
+        call("3", "echo", R"({"nested":{"list":[1,2.5,"x",null,{"k":[]}]}})"),
+        call("4", "count"),
+        call("5", "refuse"),
+        call("6", "save_fails"),
+        call("7", "throws"),
+        call("8", "get_goals"),
+        call("9", "nope"),
+        request("10", "tools/call", R"({"name":"echo","arguments":"x"})"),
+        request("11", "tools/call", R"({"name":5})"),
+        request("12", "resources/list"),
+        QByteArray(R"({"jsonrpc":"1.0","id":-9223372036854775808,"method":"tools/list"})"),
+        QByteArray(R"({"jsonrpc":"2.0","id":1.5,"method":"tools/list"})"),
+        QByteArray(R"(  {"method":"tools/call","jsonrpc":"2.0","params":{"name":"echo"}} )"),
+    };
+}
+
+const QByteArrayList oddValues = {
+    "1e308",
+    "-1e309",
+    "1E400",
+    "123456789012345678901234567890",
+    "-0",
+    "0.0000000000000000000001",
+    "9223372036854775807",
+    "-9223372036854775809",
+    "\"\\ud800\"",
+    "\"\\udc00\\ud800\"",
+    "\"\\u0000\"",
+    "\"\xc0\x80\"",
+    "\"\xed\xa0\x80\"",
+    "\"\xf4\x90\x80\x80\"",
+    "\"\xff\"",
+    "\"\xe2\x82\"",
+    "[]",
+    "{}",
+    "null",
+    "true",
+    "\"tools/call\"",
+    "\"" + QByteArray(3000, 'x') + "\"",
+};
+
+class Mutator {
+public:
+    explicit Mutator(quint32 seed)
+        : m_random(seed)
+        , m_seeds(seeds())
+    {
+    }
+
+    int below(int n) { return int(m_random.bounded(quint32(n))); }
+
+    QByteArray next()
+    {
+        QByteArray line = m_seeds.at(below(int(m_seeds.size())));
+        const int rounds = 1 + below(4);
+        for (int i = 0; i < rounds; ++i)
+            mutate(line);
+        return line;
+    }
+
+private:
+    void mutate(QByteArray &line)
+    {
+        const qsizetype size = line.size();
+        const qsizetype at = size ? below(int(size)) : 0;
+        switch (below(12)) {
+        case 0: // truncate
+            line.truncate(at);
+            break;
+        case 1: // flip bits
+            for (int i = 0, n = 1 + below(8); i < n && size; ++i)
+                line[below(int(size))] ^= char(1 << below(8));
+            break;
+        case 2: // random bytes, any value
+            for (int i = 0, n = 1 + below(16); i < n; ++i)
+                line.insert(at, char(below(256)));
+            break;
+        case 3: // delete a stretch
+            line.remove(at, below(32));
+            break;
+        case 4: // repeat a stretch
+            line.insert(at, line.mid(at, below(64)));
+            break;
+        case 5: // splice with another seed
+            line = line.first(at) + m_seeds.at(below(int(m_seeds.size()))).mid(below(40));
+            break;
+        case 6: { // an odd value where a value starts
+            const qsizetype colon = line.indexOf(':', at);
+            if (colon >= 0)
+                line.insert(colon + 1, oddValues.at(below(int(oddValues.size()))) + ',');
+            break;
+        }
+        case 7: { // replace the arguments or params with something deep
+            // Around the parser's own nesting limit, or well inside it.
+            const int depth = below(5) == 0 ? 1015 + below(20) : below(64);
+            const bool arrays = below(2);
+            QByteArray deep;
+            for (int i = 0; i < depth; ++i)
+                deep += arrays ? "[" : "{\"a\":";
+            deep += oddValues.at(below(int(oddValues.size())));
+            for (int i = 0; i < depth; ++i)
+                deep += arrays ? "]" : "}";
+            line = call(QByteArray::number(below(100)), "echo", deep);
+            break;
+        }
+        case 8: // a quote or brace where it hurts
+            line.insert(at, "\"{}[],:\\"[below(8)]);
+            break;
+        case 9: // overlong and surrogate UTF-8
+            line.insert(at, QByteArrayList{"\xc0\xaf", "\xed\xb0\x80", "\xf8\x88\x80\x80\x80",
+                                           "\xef\xbb\xbf", QByteArray(1, '\0')}
+                                .at(below(5)));
+            break;
+        case 10: // a random JSON-ish value in place of the whole line
+            line = randomValue(below(6));
+            break;
+        default: // a valid line made long, now and then very long
+            line = call(QByteArray::number(below(1000)), "echo",
+                        "{\"text\":\"" + QByteArray(below(below(16) ? 2000 : 60000), 'y') + "\"}");
+            break;
+        }
+    }
+
+    QByteArray randomValue(int depth)
+    {
+        switch (depth == 0 ? below(4) : below(6)) {
+        case 0:
+            return QByteArray::number(qint64(m_random.generate64()));
+        case 1:
+            return oddValues.at(below(int(oddValues.size())));
+        case 2:
+            return "\"method\"";
+        case 3:
+            return QByteArrayList{"true", "false", "null", "-", "1.", ".5", "01"}.at(below(7));
+        case 4: {
+            QByteArray list = "[";
+            for (int i = 0, n = below(4); i < n; ++i)
+                list += (i ? "," : "") + randomValue(depth - 1);
+            return list + ']';
+        }
+        default: {
+            static const QByteArrayList keys{"jsonrpc", "id",   "method",
+                                             "params",  "name", "arguments"};
+            QByteArray object = "{";
+            for (int i = 0, n = below(5); i < n; ++i)
+                object += (i ? ",\"" : "\"") + keys.at(below(int(keys.size()))) +
+                          "\":" + randomValue(depth - 1);
+            return object + '}';
+        }
+        }
+    }
+
+    QRandomGenerator m_random;
+    QByteArrayList m_seeds;
+};
+
+quint32 seedFromEnvironment()
+{
+    bool ok = false;
+    const quint32 seed = qEnvironmentVariable("TOVREN_FUZZ_SEED").toUInt(&ok);
+    return ok ? seed : 20261115;
+}
+
+} // namespace
+
+class FuzzTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void lineHandlerSurvivesHostileLines()
+    {
+        bool ok = false;
+        int lines = qEnvironmentVariableIntValue("TOVREN_FUZZ_LINES", &ok);
+        if (!ok)
+            lines = 200000;
+        int seconds = qEnvironmentVariableIntValue("TOVREN_FUZZ_SECONDS", &ok);
+        if (!ok)
+            seconds = 25;
+        const quint32 seed = seedFromEnvironment();
+        Journal journal;
+        const MCPProtocol protocol = journal.protocol();
+        Mutator mutator(seed);
+        QElapsedTimer timer;
+        timer.start();
+        int answered = 0;
+        int blank = 0;
+        int i = 0;
+        for (; i < lines && !timer.hasExpired(seconds * 1000); ++i) {
+            const QByteArray line = mutator.next();
+            const QByteArray response = protocol.handle(line, journal.context());
+            // The message is built only for a failure: this loop runs hundreds of thousands
+            // of times.
+            const auto check = [&](bool condition, const char *what) {
+                if (condition)
+                    return true;
+                QTest::qFail(
+                    qPrintable(u"%1 (seed %2, line %3): %4 -> %5"_s.arg(QLatin1StringView(what))
+                                   .arg(seed)
+                                   .arg(i)
+                                   .arg(QString::fromLatin1(line.left(300).toPercentEncoding()),
+                                        QString::fromLatin1(response.left(300)))),
+                    __FILE__, __LINE__);
+                return false;
+            };
+
+            const std::optional<RPCRequest> request = RPCRequest::decode(line);
+            if (response.isEmpty()) {
+                if (!check(request && request->method == "notifications/initialized"_L1,
+                           "no answer"))
+                    return;
+                ++blank;
+                continue;
+            }
+            QJsonParseError error;
+            const QJsonObject answer = QJsonDocument::fromJson(response, &error).object();
+            const QJsonObject body = answer.value("error"_L1).toObject();
+            const QJsonValue id = answer.value("id"_L1);
+            const bool wellFormed =
+                check(!response.contains('\n'), "answer spans lines") &&
+                check(error.error == QJsonParseError::NoError, "answer isn't JSON") &&
+                check(answer.value("jsonrpc"_L1) == u"2.0"_s, "no version") &&
+                check(answer.contains("result"_L1) != answer.contains("error"_L1),
+                      "needs exactly one of result and error") &&
+                check(!answer.contains("error"_L1) || (RPCValue::integer(body.value("code"_L1)) &&
+                                                       body.value("message"_L1).isString()),
+                      "malformed error") &&
+                (request ? check(request->id ? RPCID::decode(id) == request->id : id.isUndefined(),
+                                 "id changed")
+                         : check(body.value("code"_L1) == -32700 && id.isUndefined(),
+                                 "not a parse error"));
+            if (!wellFormed)
+                return;
+            ++answered;
+        }
+        qInfo("%d lines (%d answered, %d blank) in %lld ms, seed %u", i, answered, blank,
+              timer.elapsed(), seed);
+        QVERIFY2(i >= std::min(lines, 20000), "too few lines in the time given to say much");
+    }
+
+    void framingSurvivesHostileReads()
+    {
+        const quint32 seed = seedFromEnvironment() + 1;
+        Mutator mutator(seed);
+        for (int i = 0; i < 20000; ++i) {
+            QByteArray unit;
+            for (int j = 0, n = 1 + mutator.below(6); j < n; ++j)
+                unit += mutator.next() + QByteArray(mutator.below(3), '\n');
+            const QList<QByteArrayView> pieces = MCPServer::splitLines(unit);
+            qsizetype bytes = 0;
+            for (QByteArrayView piece : pieces) {
+                QVERIFY(!piece.isEmpty() && !piece.contains('\n'));
+                MCPServer::looksLikeHttp(piece);
+                bytes += piece.size();
+            }
+            QCOMPARE(bytes, unit.size() - unit.count('\n'));
+        }
+    }
+
+    // The same lines over a real connection, as a misbehaving client would send them; the
+    // listener has to be answering a well-behaved one at the end.
+    void listenerSurvivesHostileClients()
+    {
+        Journal journal;
+        MCPServer server(journal.protocol(), 0);
+        server.start([&journal] { return &journal.context(); });
+        QVERIFY(server.isRunning());
+        Mutator mutator(seedFromEnvironment() + 2);
+
+        auto client = std::make_unique<Client>();
+        QVERIFY(client->connectTo(server.serverPort()));
+        for (int i = 0; i < 3000; ++i) {
+            if (client->socket().state() != QAbstractSocket::ConnectedState) {
+                client = std::make_unique<Client>();
+                QVERIFY(client->connectTo(server.serverPort()));
+            }
+            QByteArray bytes = mutator.next();
+            if (mutator.below(3))
+                bytes += '\n';
+            client->send(bytes);
+            if (i % 16 == 0) {
+                QTest::qWait(1);
+                while (client->socket().canReadLine()) {
+                    const QByteArray line = client->socket().readLine().chopped(1);
+                    QVERIFY2(describe(line) != u"not JSON"_s, line.constData());
+                }
+            }
+        }
+        Client probe;
+        QVERIFY(probe.connectTo(server.serverPort()));
+        probe.send(call("\"after\"", "count") + '\n');
+        QCOMPARE(describe(probe.readLine().value_or("")), u"\"after\" result"_s);
+    }
+};
+
+QTEST_GUILESS_MAIN(FuzzTest)
+#include "tst_fuzz.moc"

@@ -1,0 +1,667 @@
+#include "BridgeTestSupport.h"
+
+#include "bridge/MCPServer.h"
+#include "bridge/MCPToolGroup.h"
+#include "core/Notices.h"
+#include "core/PreferenceKeys.h"
+
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTcpServer>
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+using namespace BridgeTest;
+
+namespace {
+
+quint16 freePort()
+{
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost, 0);
+    return probe.serverPort();
+}
+
+// A plain socket for the clients Qt would be too polite to be: ones that never read, or that
+// close only their sending side.
+class RawClient {
+public:
+    explicit RawClient(quint16 port)
+    {
+        m_fd = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        m_connected = ::connect(m_fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
+        ::fcntl(m_fd, F_SETFL, ::fcntl(m_fd, F_GETFL) | O_NONBLOCK);
+    }
+    ~RawClient() { ::close(m_fd); }
+    RawClient(const RawClient &) = delete;
+    RawClient &operator=(const RawClient &) = delete;
+
+    bool connected() const { return m_connected; }
+    // How much the kernel took; 0 when its buffers are full.
+    qsizetype trySend(QByteArrayView bytes)
+    {
+        const ssize_t sent = ::send(m_fd, bytes.data(), size_t(bytes.size()), MSG_NOSIGNAL);
+        return sent < 0 ? 0 : qsizetype(sent);
+    }
+    void shutdownWrite() { ::shutdown(m_fd, SHUT_WR); }
+    // What has arrived so far; sets closed when the peer has ended the connection.
+    QByteArray tryReceive(bool *closed = nullptr)
+    {
+        QByteArray bytes;
+        char buffer[65536];
+        for (int i = 0; i < 1000; ++i) {
+            const ssize_t got = ::recv(m_fd, buffer, sizeof buffer, 0);
+            if (got > 0) {
+                bytes.append(buffer, got);
+                continue;
+            }
+            if (closed && (got == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)))
+                *closed = true;
+            break;
+        }
+        return bytes;
+    }
+
+private:
+    int m_fd = -1;
+    bool m_connected = false;
+};
+
+} // namespace
+
+class ServerTest : public QObject {
+    Q_OBJECT
+
+private:
+    std::unique_ptr<Journal> m_journal;
+    std::unique_ptr<MCPServer> m_server;
+
+    void startServer()
+    {
+        m_server = std::make_unique<MCPServer>(m_journal->protocol(), 0);
+        m_server->start([this] { return &m_journal->context(); });
+        QVERIFY(m_server->isRunning());
+        QVERIFY(m_server->serverPort() != 0);
+    }
+
+private slots:
+    void init()
+    {
+        m_journal = std::make_unique<Journal>();
+        startServer();
+    }
+    void cleanup()
+    {
+        m_server.reset();
+        m_journal.reset();
+    }
+
+    void framing_data()
+    {
+        QTest::addColumn<QByteArrayList>("writes");
+        QTest::addColumn<QStringList>("answers");
+        QTest::addColumn<int>("toolCalls");
+
+        const QByteArray count1 = call("1", "count");
+        QTest::newRow("several lines in one write, answered in order")
+            << QByteArrayList{call("1", "count") + '\n' + request("\"b\"", "tools/list") + '\n' +
+                              call("3", "count") + '\n'}
+            << QStringList{u"1 result"_s, u"\"b\" result"_s, u"3 result"_s} << 2;
+        QTest::newRow("a line split across two writes is two broken lines")
+            << QByteArrayList{count1.first(20), count1.sliced(20) + '\n'}
+            << QStringList{u"- error -32700 Parse error"_s, u"- error -32700 Parse error"_s} << 0;
+        QTest::newRow("blank lines get no answer")
+            << QByteArrayList{"\n\n\n", "\n" + count1 + "\n\n\n"} << QStringList{u"1 result"_s}
+            << 1;
+        QTest::newRow("a line of spaces is not blank")
+            << QByteArrayList{"   \n"} << QStringList{u"- error -32700 Parse error"_s} << 0;
+        QTest::newRow("carriage return before the newline is white space")
+            << QByteArrayList{count1 + "\r\n"} << QStringList{u"1 result"_s} << 1;
+        QTest::newRow("the last line of a read needs no newline")
+            << QByteArrayList{count1} << QStringList{u"1 result"_s} << 1;
+        QTest::newRow("initialized is answered by a bare newline")
+            << QByteArrayList{request(QByteArray(), "notifications/initialized") + '\n'}
+            << QStringList{u"blank"_s} << 0;
+        QTest::newRow("a line longer than one read is broken in two")
+            << QByteArrayList{call("1", "echo", "{\"pad\":\"" + QByteArray(70000, 'x') + "\"}") +
+                              '\n'}
+            << QStringList{u"- error -32700 Parse error"_s, u"- error -32700 Parse error"_s} << 0;
+        QTest::newRow("a request without id is carried out and answered without one")
+            << QByteArrayList{call(QByteArray(), "count") + '\n'} << QStringList{u"- result"_s}
+            << 1;
+    }
+    void framing()
+    {
+        QFETCH(QByteArrayList, writes);
+        QFETCH(QStringList, answers);
+        QFETCH(int, toolCalls);
+        Client client;
+        QVERIFY(client.connectTo(m_server->serverPort()));
+        for (const QByteArray &bytes : writes) {
+            client.send(bytes);
+            // Time for the listener to take this write as a read of its own.
+            QTest::qWait(50);
+        }
+        QCOMPARE(client.describeUntilProbe(), answers);
+        QCOMPARE(m_journal->calls, toolCalls);
+    }
+
+    void idsAndDispatch_data()
+    {
+        QTest::addColumn<QByteArray>("line");
+        QTest::addColumn<QString>("answer");
+
+        QTest::newRow("integer id") << request("7", "tools/list") << u"7 result"_s;
+        QTest::newRow("negative id") << request("-3", "tools/list") << u"-3 result"_s;
+        QTest::newRow("largest 64-bit id")
+            << request("9223372036854775807", "tools/list") << u"9223372036854775807 result"_s;
+        QTest::newRow("whole number written as a fraction")
+            << request("2.0", "tools/list") << u"2 result"_s;
+        QTest::newRow("string id") << request("\"abc\"", "tools/list") << u"\"abc\" result"_s;
+        QTest::newRow("empty string id") << request("\"\"", "tools/list") << u"\"\" result"_s;
+        QTest::newRow("null id") << request("null", "tools/list") << u"- result"_s;
+        QTest::newRow("fraction id")
+            << request("1.5", "tools/list") << u"- error -32700 Parse error"_s;
+        QTest::newRow("id past 64 bits")
+            << request("9223372036854775808", "tools/list") << u"- error -32700 Parse error"_s;
+        QTest::newRow("array id") << request("[1]", "tools/list")
+                                  << u"- error -32700 Parse error"_s;
+        QTest::newRow("object id")
+            << request("{}", "tools/list") << u"- error -32700 Parse error"_s;
+        QTest::newRow("bool id") << request("true", "tools/list")
+                                 << u"- error -32700 Parse error"_s;
+        QTest::newRow("version is not checked")
+            << QByteArray(R"({"jsonrpc":"1.0","id":1,"method":"tools/list"})") << u"1 result"_s;
+        QTest::newRow("version missing")
+            << QByteArray(R"({"id":1,"method":"tools/list"})") << u"- error -32700 Parse error"_s;
+        QTest::newRow("version not a string")
+            << QByteArray(R"({"jsonrpc":2,"id":1,"method":"tools/list"})")
+            << u"- error -32700 Parse error"_s;
+        QTest::newRow("method missing")
+            << QByteArray(R"({"jsonrpc":"2.0","id":1})") << u"- error -32700 Parse error"_s;
+        QTest::newRow("params not an object")
+            << request("1", "tools/list", "[]") << u"- error -32700 Parse error"_s;
+        QTest::newRow("null params") << request("1", "tools/list", "null") << u"1 result"_s;
+        QTest::newRow("not an object") << QByteArray("[1,2]") << u"- error -32700 Parse error"_s;
+        QTest::newRow("invalid UTF-8")
+            << QByteArray("{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"tools/list\",\"x\":\""
+                          "\xff\xfe"
+                          "\"}")
+            << u"- error -32700 Parse error"_s;
+
+        QTest::newRow("unknown method") << request("1", "ping")
+                                        << u"1 error -32601 Method not "
+                                           "found: ping"_s;
+        QTest::newRow("other notifications are unknown methods")
+            << request(QByteArray(), "notifications/cancelled")
+            << u"- error -32601 Method not found: notifications/cancelled"_s;
+        QTest::newRow("unknown tool")
+            << call("1", "nope") << u"1 error -32601 Unknown tool: nope"_s;
+        QTest::newRow("tool names are case-sensitive")
+            << call("1", "Count") << u"1 error -32601 Unknown tool: Count"_s;
+        QTest::newRow("tool of a group that is off")
+            << call("1", "get_goals") << u"1 error -32601 Unknown tool: get_goals"_s;
+        QTest::newRow("call without params")
+            << request("1", "tools/call") << u"1 error -32602 Missing tool name"_s;
+        QTest::newRow("call with empty params")
+            << request("1", "tools/call", "{}") << u"1 error -32602 Missing tool name"_s;
+        QTest::newRow("tool name not text")
+            << request("1", "tools/call", R"({"name":5})") << u"1 error -32602 Missing tool name"_s;
+        QTest::newRow("arguments not an object run the tool without any")
+            << request("1", "tools/call", R"({"name":"echo","arguments":"x"})") << u"1 result"_s;
+        QTest::newRow("a tool's refusal")
+            << call("\"r\"", "refuse") << u"\"r\" error -32602 No day called Blursday."_s;
+        QTest::newRow("a failed save")
+            << call("1", "save_fails") << u"1 error -32603 The disk is full."_s;
+        QTest::newRow("any other failure")
+            << call("1", "throws") << u"1 error -32603 vector too long"_s;
+    }
+    void idsAndDispatch()
+    {
+        QFETCH(QByteArray, line);
+        QFETCH(QString, answer);
+        Client client;
+        QVERIFY(client.connectTo(m_server->serverPort()));
+        client.send(line + '\n');
+        QCOMPARE(client.describeUntilProbe(), QStringList{answer});
+    }
+
+    void toolResultIsOneTextItem()
+    {
+        Client client;
+        QVERIFY(client.connectTo(m_server->serverPort()));
+        client.send(call("1", "echo", R"({"text":"line one\nline two","n":10})") + '\n');
+        const auto line = client.readLine();
+        QVERIFY(line);
+        QCOMPARE(resultOf(*line),
+                 QJsonObject({{"content"_L1,
+                               QJsonArray{QJsonObject{
+                                   {"type"_L1, u"text"_s},
+                                   {"text"_L1, uR"({"n":10,"text":"line one\nline two"})"_s}}}}}));
+    }
+
+    void groupSwitchedOffAndOnBetweenCalls()
+    {
+        Client client;
+        QVERIFY(client.connectTo(m_server->serverPort()));
+        auto listed = [&] {
+            client.send(request("\"list\"", "tools/list") + '\n');
+            QStringList names;
+            for (const QJsonValue &tool :
+                 resultOf(client.readLine().value_or("{}")).value("tools"_L1).toArray())
+                names.append(tool.toObject().value("name"_L1).toString());
+            return names.contains(u"get_goals"_s);
+        };
+
+        QVERIFY(!listed());
+        client.send(call("1", "get_goals") + '\n');
+        QCOMPARE(describe(client.readLine().value_or("")),
+                 u"1 error -32601 Unknown tool: get_goals"_s);
+
+        MCPToolGroup::setEnabled(MCPToolGroup::Group::goals, true, m_journal->preferences);
+        QVERIFY(listed());
+        client.send(call("2", "get_goals") + '\n');
+        QCOMPARE(describe(client.readLine().value_or("")), u"2 result"_s);
+
+        MCPToolGroup::setEnabled(MCPToolGroup::Group::goals, false, m_journal->preferences);
+        client.send(call("3", "get_goals") + '\n');
+        QCOMPARE(describe(client.readLine().value_or("")),
+                 u"3 error -32601 Unknown tool: get_goals"_s);
+        QCOMPARE(m_journal->calls, 1);
+    }
+
+    void httpGuard_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QStringList>("answers");
+        QTest::addColumn<bool>("closed");
+        QTest::addColumn<int>("toolCalls");
+
+        const QByteArray count = call("1", "count") + '\n';
+        QTest::newRow("POST with a JSON-RPC body")
+            << "POST / HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: text/plain\r\n\r\n" + count
+            << QStringList() << true << 0;
+        QTest::newRow("GET after a valid line in the same read")
+            << count + "GET / HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n" + count
+            << QStringList{u"1 result"_s} << true << 1;
+        QTest::newRow("a preflight") << QByteArray("OPTIONS / HTTP/1.1\r\nOrigin: http://x\r\n\r\n")
+                                     << QStringList() << true << 0;
+        QTest::newRow("Host header after a valid line")
+            << count + "Host: 127.0.0.1:35468\r\n" + count << QStringList{u"1 result"_s} << true
+            << 1;
+        QTest::newRow("header names in any case")
+            << "origin: http://example.com\n" + count << QStringList() << true << 0;
+        QTest::newRow("PUT") << "PUT /x HTTP/1.1\r\n" + count << QStringList() << true << 0;
+        QTest::newRow("HEAD") << QByteArray("HEAD / HTTP/1.0\r\n\r\n") << QStringList() << true
+                              << 0;
+        QTest::newRow("HTTP/2 preface")
+            << QByteArray("PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n") << QStringList() << true << 0;
+        QTest::newRow("any method with a request line")
+            << "PROPFIND /dav HTTP/1.1\r\n" + count << QStringList() << true << 0;
+
+        QTest::newRow("a word is only a broken line")
+            << "GETTING\n" + count << QStringList{u"- error -32700 Parse error"_s, u"1 result"_s}
+            << false << 1;
+        QTest::newRow("a request naming HTTP inside is served")
+            << QByteArray(R"({"jsonrpc":"2.0","id":1,"method":"GET / HTTP/1.1"})"
+                          "\n")
+            << QStringList{u"1 error -32601 Method not found: GET / HTTP/1.1"_s} << false << 0;
+    }
+    void httpGuard()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QStringList, answers);
+        QFETCH(bool, closed);
+        QFETCH(int, toolCalls);
+
+        Client client;
+        QVERIFY(client.connectTo(m_server->serverPort()));
+        QTRY_COMPARE(m_server->activeSessionCount(), 1);
+        client.send(bytes);
+        if (closed) {
+            QVERIFY(client.waitForClose());
+            QStringList got;
+            while (client.socket().canReadLine())
+                got.append(describe(client.socket().readLine().chopped(1)));
+            QCOMPARE(got, answers);
+            QCOMPARE(m_server->activeSessionCount(), 0);
+            // Nothing arrives later either.
+            QTest::qWait(100);
+        } else {
+            QCOMPARE(client.describeUntilProbe(), answers);
+        }
+        QCOMPARE(m_journal->calls, toolCalls);
+        QCOMPARE(m_server->lifetimeToolCalls(), qint64(toolCalls));
+    }
+
+    // The browser's case, with a real HTTP client.
+    void httpGuardAgainstCurl_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        const QString body = QString::fromLatin1(call("1", "count"));
+        QTest::newRow("POST") << QStringList{u"-X"_s, u"POST"_s, u"-d"_s, body};
+        QTest::newRow("POST as JSON")
+            << QStringList{u"-H"_s, u"Content-Type: application/json"_s, u"-d"_s, body};
+        QTest::newRow("GET") << QStringList();
+        QTest::newRow("HTTP/2 without upgrade")
+            << QStringList{u"--http2-prior-knowledge"_s, u"-d"_s, body};
+    }
+    void httpGuardAgainstCurl()
+    {
+        QFETCH(QStringList, arguments);
+        QProcess curl;
+        curl.start(u"curl"_s,
+                   QStringList{u"-sS"_s, u"--max-time"_s, u"20"_s} + arguments +
+                       QStringList{u"http://127.0.0.1:%1/"_s.arg(m_server->serverPort())});
+        QVERIFY2(curl.waitForStarted(), "curl is installed by scripts/deps");
+        // The listener runs on this thread, so wait with the event loop turning.
+        QTRY_COMPARE_WITH_TIMEOUT(curl.state(), QProcess::NotRunning, 25000);
+        // Anything but a refused connection, a time-out or a reply: 52 (empty reply) or 56
+        // (reset) for HTTP/1, a framing error for HTTP/2.
+        QVERIFY2(curl.exitCode() != 0 && curl.exitCode() != 7 && curl.exitCode() != 28,
+                 qPrintable(u"curl ended with %1: %2"_s.arg(curl.exitCode())
+                                .arg(QString::fromUtf8(curl.readAllStandardError()))));
+        QCOMPARE(curl.readAllStandardOutput(), QByteArray());
+        QCOMPARE(m_journal->calls, 0);
+        QCOMPARE(m_server->lifetimeToolCalls(), 0);
+        QCOMPARE(m_server->activeSessionCount(), 0);
+
+        // The listener carries on for everyone else.
+        Client client;
+        QVERIFY(client.connectTo(m_server->serverPort()));
+        client.send(call("2", "count") + '\n');
+        QCOMPARE(describe(client.readLine().value_or("")), u"2 result"_s);
+    }
+
+    void toolCallsAreCountedByTheQuotedName()
+    {
+        Client client;
+        QVERIFY(client.connectTo(m_server->serverPort()));
+        QSignalSpy changes(m_server.get(), &MCPServer::lifetimeToolCallsChanged);
+        client.send(call("1", "count") + '\n' + call("2", "nope") + '\n' +
+                    "{\"method\":\"tools/call\"" + '\n' +
+                    request("3", "tools/list", R"({"note":"tools/call"})") + '\n' +
+                    request("4", "tools/list") + '\n' + "{\"method\":\"tools/call\",\"x\":\"" +
+                    '\xff' + "\"}\n");
+        QCOMPARE(client.describeUntilProbe().size(), 6);
+        QCOMPARE(m_server->lifetimeToolCalls(), 4);
+        QCOMPARE(changes.count(), 4);
+    }
+
+    void sessionsAndStatus()
+    {
+        QCOMPARE(m_server->statusLine(), u"On, nothing connected right now"_s);
+        Client first, second;
+        QVERIFY(first.connectTo(m_server->serverPort()));
+        QTRY_COMPARE(m_server->statusLine(), u"On, 1 app connected"_s);
+        QVERIFY(second.connectTo(m_server->serverPort()));
+        QTRY_COMPARE(m_server->statusLine(), u"On, 2 apps connected"_s);
+        QCOMPARE(MCPServer::statusLine(true, 7), u"On, 7 apps connected"_s);
+
+        // Calls from two assistants interleave by whole lines.
+        first.send(call("1", "count") + '\n');
+        second.send(call("2", "count") + '\n');
+        QCOMPARE(describe(first.readLine().value_or("")), u"1 result"_s);
+        QCOMPARE(describe(second.readLine().value_or("")), u"2 result"_s);
+
+        first.socket().disconnectFromHost();
+        QTRY_COMPARE(m_server->activeSessionCount(), 1);
+
+        Client third;
+        QVERIFY(third.connectTo(m_server->serverPort()));
+        QTRY_COMPARE(m_server->activeSessionCount(), 2);
+        m_server->disconnectAll();
+        QCOMPARE(m_server->activeSessionCount(), 0);
+        QVERIFY(second.waitForClose());
+        QVERIFY(third.waitForClose());
+        QCOMPARE(m_server->statusLine(), u"On, nothing connected right now"_s);
+
+        // The listener stays up for whoever comes next.
+        Client fourth;
+        QVERIFY(fourth.connectTo(m_server->serverPort()));
+        fourth.send(call("4", "count") + '\n');
+        QCOMPARE(describe(fourth.readLine().value_or("")), u"4 result"_s);
+
+        const quint16 port = m_server->serverPort();
+        m_server->stop();
+        QVERIFY(!m_server->isRunning());
+        QCOMPARE(m_server->statusLine(), u"Starting\u2026"_s);
+        QCOMPARE(m_server->serverPort(), 0);
+        QTRY_COMPARE(m_server->activeSessionCount(), 0);
+        QVERIFY(fourth.waitForClose());
+        Client refused;
+        QVERIFY(!refused.connectTo(port));
+    }
+
+    void startTwiceKeepsTheFirstProvider()
+    {
+        ModelContainer other(StoreSchema::current(), ModelContainer::Configuration::memoryOnly());
+        const quint16 port = m_server->serverPort();
+        m_server->start([&other] { return &other.mainContext(); });
+        QCOMPARE(m_server->serverPort(), port);
+
+        Client client;
+        QVERIFY(client.connectTo(port));
+        client.send(call("1", "where") + '\n');
+        QVERIFY(client.readLine());
+        QCOMPARE(m_journal->contexts, QList<ModelContext *>{&m_journal->context()});
+
+        // After a stop, a start brings its own provider.
+        m_server->stop();
+        m_server->start([&other] { return &other.mainContext(); });
+        Client again;
+        QVERIFY(again.connectTo(m_server->serverPort()));
+        again.send(call("2", "where") + '\n');
+        QVERIFY(again.readLine());
+        QCOMPARE(m_journal->contexts.last(), &other.mainContext());
+    }
+
+    void listensOnIPv4LoopbackOnly_data()
+    {
+        QTest::addColumn<QString>("address");
+        QTest::newRow("another loopback address") << u"127.0.0.2"_s;
+        QTest::newRow("IPv6 loopback") << u"::1"_s;
+    }
+    void listensOnIPv4LoopbackOnly()
+    {
+        QFETCH(QString, address);
+        Client client;
+        QVERIFY(!client.connectTo(m_server->serverPort(), QHostAddress(address)));
+    }
+
+    void portInUseIsReportedAndRecovers()
+    {
+        QTcpServer squatter;
+        QVERIFY(squatter.listen(QHostAddress::LocalHost, 0));
+        MCPServer server(m_journal->protocol(), squatter.serverPort());
+        QSignalSpy errors(&server, &MCPServer::lastErrorChanged);
+        server.start([this] { return &m_journal->context(); });
+        QVERIFY(!server.isRunning());
+        QCOMPARE(server.statusLine(), u"Starting\u2026"_s);
+        QCOMPARE(server.lastError(), u"The bound address is already in use"_s);
+        QCOMPARE(errors.count(), 1);
+
+        // Nothing was created, so trying again is allowed; the old words stay.
+        const quint16 port = squatter.serverPort();
+        squatter.close();
+        server.start([this] { return &m_journal->context(); });
+        QVERIFY(server.isRunning());
+        QCOMPARE(server.serverPort(), port);
+        QCOMPARE(server.lastError(), u"The bound address is already in use"_s);
+    }
+
+    void restartRebindsTheSamePortAtOnce()
+    {
+        const quint16 port = freePort();
+        MCPServer server(m_journal->protocol(), port);
+        server.start([this] { return &m_journal->context(); });
+        QVERIFY(server.isRunning());
+        for (int round = 0; round < 3; ++round) {
+            Client client;
+            QVERIFY(client.connectTo(port));
+            client.send(call(QByteArray::number(round), "count") + '\n');
+            QVERIFY(client.readLine());
+            // The server closes first, leaving its side of the connection lingering.
+            server.stop();
+            QVERIFY(client.waitForClose());
+            server.start([this] { return &m_journal->context(); });
+            QVERIFY2(server.isRunning(), qPrintable(server.lastError().value_or(QString())));
+        }
+    }
+
+    void peerThatStopsWritingStillGetsItsAnswers()
+    {
+        RawClient client(m_server->serverPort());
+        QVERIFY(client.connected());
+        const QByteArray lines = call("1", "count") + '\n' + call("2", "count");
+        QCOMPARE(client.trySend(lines), lines.size());
+        client.shutdownWrite();
+        QByteArray received;
+        bool closed = false;
+        for (int i = 0; i < 500 && !closed; ++i) {
+            QTest::qWait(5);
+            received += client.tryReceive(&closed);
+        }
+        QVERIFY(closed);
+        const QByteArrayList answers = received.split('\n');
+        QCOMPARE(answers.size(), 3);
+        QCOMPARE(describe(answers[0]), u"1 result"_s);
+        QCOMPARE(describe(answers[1]), u"2 result"_s);
+        QCOMPARE(m_journal->calls, 2);
+        QTRY_COMPARE(m_server->activeSessionCount(), 0);
+    }
+
+    // Ten megabytes with no newline in them arrive as some 160 broken lines, while another
+    // assistant goes on being served.
+    void endlessLineDoesNotStopOthers()
+    {
+        RawClient flood(m_server->serverPort());
+        QVERIFY(flood.connected());
+        Client other;
+        QVERIFY(other.connectTo(m_server->serverPort()));
+
+        const QByteArray chunk(256 * 1024, 'a');
+        qsizetype total = 0;
+        int served = 0;
+        QByteArray received;
+        for (int i = 0; i < 20000 && total < 10 * 1024 * 1024; ++i) {
+            total += flood.trySend(QByteArrayView(chunk).first(
+                std::min<qsizetype>(chunk.size(), 10 * 1024 * 1024 - total)));
+            if (i % 20 == 0) {
+                other.send(call(QByteArray::number(i), "count") + '\n');
+                QCOMPARE(describe(other.readLine().value_or("")), u"%1 result"_s.arg(i));
+                ++served;
+            }
+            QTest::qWait(1);
+            received += flood.tryReceive();
+        }
+        QCOMPARE(total, 10 * 1024 * 1024);
+        QVERIFY(served > 1);
+        QCOMPARE(m_journal->calls, served);
+
+        // The flood ends with a real request, which is answered once its line arrives whole.
+        const QByteArray last = "\n" + call("\"last\"", "count") + '\n';
+        QCOMPARE(flood.trySend(last), last.size());
+        for (int i = 0; i < 2000 && !received.contains("\"id\":\"last\""); ++i) {
+            QTest::qWait(2);
+            received += flood.tryReceive();
+        }
+        QVERIFY(received.contains("\"id\":\"last\""));
+        const qsizetype brokenLines = received.count("\"message\":\"Parse error\"");
+        QVERIFY2(brokenLines >= 160 && brokenLines < 1000,
+                 qPrintable(QString::number(brokenLines)));
+        QCOMPARE(m_server->activeSessionCount(), 2);
+    }
+
+    // A client that sends and never reads: its answers pile up only so far before its further
+    // lines wait, and the other assistant is served all along.
+    void clientThatNeverReadsDoesNotStopOthers()
+    {
+        const QString big(64 * 1024, u'x');
+        int bigCalls = 0;
+        m_journal->add(MCPToolGroup::Group::journal, u"big"_s, [&](const QJsonObject &, auto &) {
+            ++bigCalls;
+            return big;
+        });
+        RawClient hoarder(m_server->serverPort());
+        QVERIFY(hoarder.connected());
+        Client other;
+        QVERIFY(other.connectTo(m_server->serverPort()));
+
+        const int requests = 1000;
+        const QByteArray line = call("1", "big") + '\n';
+        int sent = 0;
+        QByteArray pending;
+        const auto send = [&] { pending.remove(0, hoarder.trySend(pending)); };
+        for (int i = 0; i < 20000 && sent < requests; ++i) {
+            if (pending.isEmpty()) {
+                pending = line;
+                ++sent;
+            }
+            send();
+            if (i % 50 == 0)
+                QTest::qWait(1);
+        }
+        for (int round = 0; round < 10; ++round) {
+            other.send(call(QByteArray::number(round), "count") + '\n');
+            QCOMPARE(describe(other.readLine().value_or("")), u"%1 result"_s.arg(round));
+        }
+        QTest::qWait(200);
+        QVERIFY2(bigCalls < requests / 2, qPrintable(QString::number(bigCalls)));
+
+        // Once it reads, everything it sent is answered. More than one read's worth was
+        // waiting, so a line here and there straddled two reads and came back as two parse
+        // errors instead of one call.
+        qsizetype answers = 0;
+        for (int i = 0; i < 20000 && answers + bigCalls < 2 * sent; ++i) {
+            if (!pending.isEmpty())
+                send();
+            answers += hoarder.tryReceive().count('\n');
+            QTest::qWait(1);
+        }
+        QVERIFY(pending.isEmpty());
+        QCOMPARE(answers + bigCalls, 2 * sent);
+        QVERIFY2(answers - sent < 10, qPrintable(QString::number(answers - sent)));
+    }
+
+    void followsTheSwitch()
+    {
+        m_server = std::make_unique<MCPServer>(m_journal->protocol(), 0);
+        m_server->followPreference(m_journal->preferences,
+                                   [this] { return &m_journal->context(); });
+        QVERIFY(!m_server->isRunning());
+
+        m_journal->preferences.set(Prefs::mcpServerEnabled, true);
+        NoticeCenter::shared().post(Notices::dataErased);
+        QVERIFY(!m_server->isRunning());
+        NoticeCenter::shared().post(Notices::mcpToggle);
+        QVERIFY(m_server->isRunning());
+        Client client;
+        QVERIFY(client.connectTo(m_server->serverPort()));
+        QTRY_COMPARE(m_server->activeSessionCount(), 1);
+
+        m_journal->preferences.set(Prefs::mcpServerEnabled, false);
+        NoticeCenter::shared().post(Notices::mcpToggle);
+        QVERIFY(!m_server->isRunning());
+        QVERIFY(client.waitForClose());
+
+        // Already on at the start: the listener comes up at once.
+        m_journal->preferences.set(Prefs::mcpServerEnabled, true);
+        MCPServer second(m_journal->protocol(), 0);
+        second.followPreference(m_journal->preferences, [this] { return &m_journal->context(); });
+        QVERIFY(second.isRunning());
+    }
+};
+
+QTEST_GUILESS_MAIN(ServerTest)
+#include "tst_server.moc"
