@@ -16,6 +16,7 @@ inline constexpr auto shareTovren = "tovren.shareTovren";
 inline constexpr auto showShortcuts = "tovren.showShortcuts";
 inline constexpr auto openTab = "tovren.openTab";
 inline constexpr auto newTask = "tovren.newTask";
+inline constexpr auto journalReplaced = "tovren.journal.replaced";
 
 } // namespace Notices
 

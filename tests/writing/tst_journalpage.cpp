@@ -1,0 +1,384 @@
+#include "TestSupport.h"
+#include "WritingTestMain.h"
+#include "core/AppCalendar.h"
+#include "core/DataGeneration.h"
+#include "core/ImageStorage.h"
+#include "core/Notices.h"
+#include "core/PreferenceKeys.h"
+#include "core/Preferences.h"
+#include "core/records/DailyEntry.h"
+#include "core/records/EntryImage.h"
+#include "core/records/Goal.h"
+#include "core/records/Meeting.h"
+#include "core/records/Person.h"
+#include "core/records/StoreSchema.h"
+#include "core/records/Tag.h"
+#include "core/records/TaskItem.h"
+#include "core/store/ModelContainer.h"
+#include "core/store/ModelContext.h"
+#include "writing/EntryMarkup.h"
+#include "writing/InspirationTray.h"
+#include "writing/JournalDraftStore.h"
+#include "writing/JournalPageEditor.h"
+#include "writing/JournalTemplates.h"
+#include "writing/SaveDebouncer.h"
+
+#include <QFile>
+#include <QSignalSpy>
+#include <QTextDocument>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const Calendar calendar = testCalendar();
+const QDateTime now = calendar.at(QDate(2024, 5, 7), 10, 0);
+const QDateTime today = calendar.startOfDay(now);
+const QDateTime yesterday = calendar.startOfDay(QDate(2024, 5, 6));
+const QUuid imageA = QUuid::fromString(u"0f8e3c2a-7b4d-4e1f-9a6b-5c3d2e1f0a9b"_s);
+const QUuid imageB = QUuid::fromString(u"11111111-2222-3333-4444-555555555555"_s);
+
+QString token(const QUuid &id)
+{
+    return u"{{img:"_s + id.toString(QUuid::WithoutBraces).toUpper() + u"}}"_s;
+}
+
+// How the assistant tools write a day while the page may hold typing: from the live text,
+// then telling the draft store and the page.
+void assistantAdds(ModelContext &context, JournalDraftStore &drafts, const QString &line)
+{
+    const auto entries = JournalPageEditor::storedEntries(today, context);
+    QStringList contents;
+    for (const auto &entry : entries)
+        contents.append(entry->content);
+    const QString live = drafts.liveText(today, contents.join(u'\n'));
+    const QString text = live.isEmpty() ? line : live + u"\n\n"_s + line;
+    if (entries.isEmpty())
+        context.insert(std::make_shared<DailyEntry>(text, today, false));
+    else
+        entries.first()->content = text;
+    context.save();
+    drafts.recordStored(text, today);
+    NoticeCenter::shared().post(Notices::journalReplaced, {{u"day"_s, today}, {u"text"_s, text}});
+}
+
+// A writer that knows nothing of drafts, such as an import.
+void otherWriterStores(ModelContext &context, const QString &text)
+{
+    const auto entries = JournalPageEditor::storedEntries(today, context);
+    entries.first()->content = text;
+    context.save();
+}
+
+} // namespace
+
+class TestJournalPage : public QObject {
+    Q_OBJECT
+
+    std::optional<TempDataDir> m_dir;
+    std::optional<FixedClock> m_clock;
+    std::unique_ptr<ModelContainer> m_container;
+    std::unique_ptr<Preferences> m_prefs;
+    std::unique_ptr<JournalDraftStore> m_drafts;
+    std::unique_ptr<SaveDebouncer> m_debouncer;
+    std::unique_ptr<JournalPageEditor> m_page;
+
+    ModelContext &context() { return m_container->mainContext(); }
+
+    QStringList storedContents(const QDateTime &day = today)
+    {
+        QStringList contents;
+        for (const auto &entry : JournalPageEditor::storedEntries(day, context()))
+            contents.append(entry->content);
+        return contents;
+    }
+
+    std::shared_ptr<DailyEntry> storeEntry(const QString &content, const QDateTime &day = today)
+    {
+        auto entry = std::make_shared<DailyEntry>(content, day, false);
+        context().insert(entry);
+        context().save();
+        return entry;
+    }
+
+    void addImage(const std::shared_ptr<DailyEntry> &entry, const QUuid &id)
+    {
+        auto image = std::make_shared<EntryImage>(QByteArray("png"), std::nullopt, entry);
+        image->id = id;
+        context().insert(image);
+        context().save();
+        QVERIFY(ImageStorage::save("png", id));
+    }
+
+    bool imageRowExists(const QUuid &id)
+    {
+        return context().fetchCount<EntryImage>({field(&EntryImage::id) == id, {}, {}}) == 1;
+    }
+
+private slots:
+    void init()
+    {
+        m_dir.emplace();
+        m_clock.emplace(now, calendar);
+        m_container = std::make_unique<ModelContainer>(StoreSchema::current(),
+                                                       ModelContainer::Configuration::memoryOnly());
+        m_prefs = std::make_unique<Preferences>(m_dir->configDir() + u"/preferences.json"_s);
+        m_drafts = std::make_unique<JournalDraftStore>();
+        m_debouncer = std::make_unique<SaveDebouncer>();
+        m_page = std::make_unique<JournalPageEditor>(context(), *m_prefs, *m_drafts, *m_debouncer);
+    }
+
+    void cleanup()
+    {
+        m_page.reset();
+        m_debouncer.reset();
+        m_drafts.reset();
+        m_prefs.reset();
+        m_container.reset();
+        m_clock.reset();
+        m_dir.reset();
+    }
+
+    void emptyPagesMakeNoRecord_data()
+    {
+        QTest::addColumn<QString>("typed");
+        QTest::newRow("untouched skeleton with a blank")
+            << u"## Yesterday\n\n## Today\n\n## Blockers\n\n"_s;
+        QTest::newRow("white space") << u"  \n\t\n"_s;
+    }
+
+    void emptyPagesMakeNoRecord()
+    {
+        QFETCH(QString, typed);
+        m_prefs->set(Prefs::journalTemplate, u"standup"_s);
+        m_page->load();
+        QCOMPARE(m_page->text(), u"## Yesterday\n\n## Today\n\n## Blockers\n"_s);
+        m_page->setText(typed);
+        m_debouncer->fire();
+        QCOMPARE(storedContents(), QStringList());
+    }
+
+    void typingSavesAfterTheDebounce()
+    {
+        m_page->load();
+        QSignalSpy saved(m_page.get(), &JournalPageEditor::entrySaved);
+        m_page->setText(u"Shipped #Launch"_s);
+        m_page->setText(u"Shipped #Launch with @Ann"_s);
+        QCOMPARE(storedContents(), QStringList());
+        QTRY_COMPARE_WITH_TIMEOUT(storedContents(), QStringList{u"Shipped #Launch with @Ann"_s},
+                                  SaveDebouncer::delayMs + 1500);
+        QCOMPARE(saved.size(), 1);
+        QCOMPARE(context().fetchCount<Tag>({field(&Tag::name) == u"launch"_s, {}, {}}), 1);
+        QCOMPARE(JournalPageEditor::storedEntries(today, context()).first()->date, today);
+    }
+
+    void leavingADaySavesAtOnce()
+    {
+        m_page->load();
+        m_page->setText(u"monday words"_s);
+        m_page->setDate(calendar.addingDays(today, 1));
+        QCOMPARE(storedContents(), QStringList{u"monday words"_s});
+        QVERIFY(!m_debouncer->isPending());
+        QCOMPARE(m_page->text(), QString());
+
+        // The debouncer serves one page at a time: another page's change replaces the pending
+        // save, and leaving saves regardless.
+        JournalPageEditor other(context(), *m_prefs, *m_drafts, *m_debouncer);
+        other.setDate(yesterday);
+        m_page->setText(u"tomorrow"_s);
+        other.setText(u"late"_s);
+        QCOMPARE(m_debouncer->pendingOwner(), &other);
+        m_page.reset();
+        QCOMPARE(storedContents(calendar.addingDays(today, 1)), QStringList{u"tomorrow"_s});
+    }
+
+    void midnightStartsAnEmptyPage()
+    {
+        m_prefs->set(Prefs::journalTemplate, u"general"_s);
+        AppCalendar appCalendar(QStringList{});
+        m_page->followToday(appCalendar);
+        m_page->load();
+        m_page->setText(u"late night"_s);
+        m_clock->set(calendar.at(QDate(2024, 5, 8), 0, 0, 30));
+        appCalendar.update();
+        QCOMPARE(storedContents(), QStringList{u"late night"_s});
+        QCOMPARE(m_page->text(), JournalTemplates::content(u"general"_s, *m_prefs));
+        m_debouncer->fire();
+        QCOMPARE(storedContents(calendar.startOfDay(Clock::now())), QStringList());
+    }
+
+    void emptyingAPageDeletesIt()
+    {
+        storeEntry(u"something"_s);
+        m_page->load();
+        QCOMPARE(m_page->text(), u"something"_s);
+        m_page->setText(QString());
+        m_page->save();
+        QCOMPARE(storedContents(), QStringList());
+    }
+
+    void assistantAndTypingBothStand_data()
+    {
+        QTest::addColumn<int>("writer");
+        QTest::newRow("assistant tool, through the draft store") << 0;
+        QTest::newRow("a writer unaware of drafts, with a notice") << 1;
+        QTest::newRow("a writer unaware of drafts, silently") << 2;
+    }
+
+    void assistantAndTypingBothStand()
+    {
+        QFETCH(int, writer);
+        storeEntry(u"## Today\nstandup"_s);
+        m_page->load();
+        QSignalSpy replaced(m_page.get(), &JournalPageEditor::textReplaced);
+        m_page->setText(u"## Today\nstandup\nmy unsaved line"_s);
+
+        if (writer == 0) {
+            assistantAdds(context(), *m_drafts, u"assistant line"_s);
+        } else {
+            otherWriterStores(context(), u"## Today\nstandup\n\nassistant line"_s);
+            if (writer == 1)
+                NoticeCenter::shared().post(Notices::journalReplaced, {{u"day"_s, today}});
+        }
+        if (writer != 2) {
+            QCOMPARE(replaced.size(), 1);
+            QVERIFY(m_page->text().contains(u"my unsaved line"_s));
+            QVERIFY(m_page->text().contains(u"assistant line"_s));
+            m_page->setText(m_page->text() + u"\nand more"_s);
+        }
+        m_debouncer->fire();
+        m_page->save();
+
+        const QString stored = storedContents().join(u'\n');
+        for (const QString &line : {u"standup"_s, u"my unsaved line"_s, u"assistant line"_s})
+            QVERIFY2(stored.contains(line), qPrintable(stored));
+        QCOMPARE(stored.count(u"assistant line"_s), 1);
+        QCOMPARE(m_page->text(), stored);
+    }
+
+    void sameLineOnBothSidesStandsOnce()
+    {
+        storeEntry(u"a"_s);
+        m_page->load();
+        m_page->setText(u"a\nsame"_s);
+        otherWriterStores(context(), u"a\nsame"_s);
+        m_page->save();
+        QCOMPARE(storedContents(), QStringList{u"a\nsame"_s});
+    }
+
+    void twoEntriesOfADayBecomeOne()
+    {
+        const auto first = storeEntry(u"first "_s + token(imageA));
+        m_clock->advance(1000);
+        const auto second = storeEntry(u"second "_s + token(imageB));
+        addImage(second, imageB);
+        m_page->load();
+        QCOMPARE(m_page->text(), u"first "_s + token(imageA) + u"\n\nsecond "_s + token(imageB));
+        m_page->setText(m_page->text() + u"!"_s);
+        m_page->save();
+        const auto entries = JournalPageEditor::storedEntries(today, context());
+        QCOMPARE(entries.size(), 1);
+        QCOMPARE(entries.first(), first);
+        QCOMPARE(first->images().size(), 1);
+        QCOMPARE(first->images().first()->id, imageB);
+    }
+
+    void savesFromBeforeAnEraseAreDropped()
+    {
+        m_page->load();
+        m_page->setText(u"before the erase"_s);
+        // What the application does when the user erases everything.
+        DataGeneration::advance();
+        m_debouncer->cancel();
+        m_drafts->clear();
+        m_page->saveContent(u"late save"_s);
+        QCOMPARE(storedContents(), QStringList());
+
+        NoticeCenter::shared().post(Notices::dataErased);
+        QCOMPARE(m_page->text(), QString());
+        m_page->setText(u"after"_s);
+        m_page->save();
+        QCOMPARE(storedContents(), QStringList{u"after"_s});
+    }
+
+    void orphanedImagesGoAfterTheGrace()
+    {
+        const auto entry = storeEntry(u"a "_s + token(imageA) + u" b "_s + token(imageB));
+        addImage(entry, imageA);
+        addImage(entry, imageB);
+        m_page->load();
+        m_page->setText(u"a "_s + token(imageA) + u" b"_s);
+        m_page->save();
+        QVERIFY(imageRowExists(imageB));
+
+        // Taken out and put back within the grace, as an undo does: it stays.
+        m_page->setText(u"a b"_s);
+        m_page->save();
+        m_page->setText(u"a "_s + token(imageA) + u" b"_s);
+        QTRY_VERIFY_WITH_TIMEOUT(!imageRowExists(imageB), JournalPageEditor::imageGraceMs + 2000);
+        QVERIFY(imageRowExists(imageA));
+        QVERIFY(!QFile::exists(ImageStorage::pathFor(imageB)));
+        QVERIFY(QFile::exists(ImageStorage::pathFor(imageA)));
+    }
+
+    void deletingADay()
+    {
+        const auto entry = storeEntry(u"gone "_s + token(imageA));
+        addImage(entry, imageA);
+        m_page->load();
+        m_page->setText(u"gone and typed"_s);
+        m_page->deleteDay(today);
+        QCOMPARE(storedContents(), QStringList());
+        QVERIFY(!imageRowExists(imageA));
+        QVERIFY(!QFile::exists(ImageStorage::pathFor(imageA)));
+        QCOMPARE(m_drafts->draft(today), std::nullopt);
+        QCOMPARE(m_page->text(), QString());
+    }
+
+    void trayOffersTheDay()
+    {
+        auto done = std::make_shared<TaskItem>(u"Ship the importer"_s, 0, std::nullopt);
+        done->isCompleted = true;
+        done->completedAt = today.addSecs(3600);
+        auto earlier = std::make_shared<TaskItem>(u"Old task"_s, 0, std::nullopt);
+        earlier->isCompleted = true;
+        earlier->completedAt = yesterday.addSecs(3600);
+        auto open = std::make_shared<TaskItem>(u"Open task"_s, 0, std::nullopt);
+        auto goal = std::make_shared<Goal>(u"Lead a project"_s, QString(), std::nullopt);
+        goal->status = GoalStatus::completed;
+        auto person = std::make_shared<Person>(u"Ann Lee"_s, u"EM"_s, RelationshipType::manager);
+        auto meeting =
+            std::make_shared<Meeting>(person, today.addSecs(7200), u"\n  Talked roadmap\nmore"_s);
+        auto scratchpad = std::make_shared<Meeting>(person, today, u"next time"_s, true);
+        for (const auto &record :
+             QList<std::shared_ptr<Record>>{done, earlier, open, goal, person, meeting, scratchpad})
+            context().insert(record);
+        storeEntry(u"## Plan\n- [ ] write docs\n- [x] done already\n* call Bo\n-  \ntext"_s,
+                   yesterday);
+
+        const auto all = InspirationTray::suggestions(today, context());
+        QStringList shown;
+        for (const auto &suggestion : all)
+            shown.append(suggestion.title + u": "_s + suggestion.text);
+        QCOMPARE(shown, (QStringList{
+                            u"Completed task: Ship the importer"_s,
+                            u"Goal completed: Goal completed: Lead a project"_s,
+                            u"Meeting today: 1:1 with Ann Lee: Talked roadmap"_s,
+                            u"From yesterday's plan: write docs"_s,
+                            u"From yesterday's plan: call Bo"_s,
+                        }));
+        const QSet<QString> used{all.first().id, all.last().id};
+        QCOMPARE(InspirationTray::suggestions(today, context(), used).size(), 3);
+        QCOMPARE(InspirationTray::suggestions(yesterday, context()).size(), 1);
+
+        QCOMPARE(InspirationTray::insertSuggestion(u"text"_s, all.first()),
+                 u"text\n- Ship the importer"_s);
+        QTextDocument document;
+        EntryMarkup::loadFromMarkdown(u"## Today"_s, document);
+        InspirationTray::insertSuggestion(document, all.first());
+        QCOMPARE(EntryMarkup::serializeToMarkdown(document), u"## Today\n- Ship the importer"_s);
+    }
+};
+
+WRITING_TEST_MAIN(TestJournalPage)
+#include "tst_journalpage.moc"

@@ -1,0 +1,182 @@
+#include "TestSupport.h"
+#include "core/PreferenceKeys.h"
+#include "core/Preferences.h"
+#include "writing/JournalGreeting.h"
+#include "writing/JournalSidebar.h"
+#include "writing/JournalTemplates.h"
+
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+class TestJournalTemplates : public QObject {
+    Q_OBJECT
+
+    std::optional<TempDataDir> m_dir;
+    std::unique_ptr<Preferences> m_prefs;
+
+private slots:
+    void init()
+    {
+        m_dir.emplace();
+        m_prefs = std::make_unique<Preferences>(m_dir->configDir() + u"/preferences.json"_s);
+    }
+
+    void cleanup()
+    {
+        m_prefs.reset();
+        m_dir.reset();
+    }
+
+    void tableOfTemplates()
+    {
+        QStringList ids;
+        for (const auto &entry : JournalTemplates::all())
+            ids.append(entry.id);
+        QCOMPARE(ids, (QStringList{u"blank"_s, u"engineer"_s, u"pm"_s, u"designer"_s, u"manager"_s,
+                                   u"data"_s, u"sre"_s, u"sales"_s, u"support"_s, u"operations"_s,
+                                   u"standup"_s, u"general"_s}));
+        for (const auto &entry : JournalTemplates::all()) {
+            QVERIFY(!entry.name.isEmpty() && !entry.description.isEmpty() && !entry.icon.isEmpty());
+            QCOMPARE(entry.sections.isEmpty(), entry.id == u"blank");
+        }
+        QCOMPARE(JournalTemplates::content(u"standup"_s, *m_prefs),
+                 u"## Yesterday\n\n## Today\n\n## Blockers\n"_s);
+        QCOMPARE(JournalTemplates::content(u"blank"_s, *m_prefs), QString());
+        QCOMPARE(JournalTemplates::content(u"nonsense"_s, *m_prefs), QString());
+    }
+
+    void customSections_data()
+    {
+        QTest::addColumn<QString>("json");
+        QTest::addColumn<QString>("content");
+        QTest::newRow("user's sections win")
+            << uR"({"standup":["Done","Next"]})"_s << u"## Done\n\n## Next\n"_s;
+        QTest::newRow("other templates' edits don't matter")
+            << uR"({"general":["X"]})"_s << u"## Yesterday\n\n## Today\n\n## Blockers\n"_s;
+        QTest::newRow("undecodable falls back")
+            << u"{not json"_s << u"## Yesterday\n\n## Today\n\n## Blockers\n"_s;
+        QTest::newRow("not a list of names falls back")
+            << uR"({"standup":["a",1]})"_s << u"## Yesterday\n\n## Today\n\n## Blockers\n"_s;
+        QTest::newRow("emptied on purpose") << uR"({"standup":[]})"_s << QString();
+    }
+
+    void customSections()
+    {
+        QFETCH(QString, json);
+        QFETCH(QString, content);
+        m_prefs->set(Prefs::customTemplateSections, json);
+        m_prefs->set(Prefs::journalTemplate, u"standup"_s);
+        QCOMPARE(JournalTemplates::content(u"standup"_s, *m_prefs), content);
+    }
+
+    void currentSectionsAndGuidance()
+    {
+        QCOMPARE(JournalTemplates::currentSections(*m_prefs), QStringList());
+        QCOMPARE(JournalTemplates::mcpSectionGuidance(*m_prefs), QString());
+
+        m_prefs->set(Prefs::journalTemplate, u"general"_s);
+        JournalTemplates::setCustomSections(u"general"_s, {u"Work"_s, u"  "_s, u"People "_s},
+                                            *m_prefs);
+        QCOMPARE(JournalTemplates::currentSections(*m_prefs),
+                 (QStringList{u"Work"_s, u"People"_s}));
+        QCOMPARE(JournalTemplates::mcpSectionGuidance(*m_prefs),
+                 u"This journal is organised under: Work, People. Pass the one this belongs "
+                 "under as 'section'. "_s);
+    }
+
+    void inserting_data()
+    {
+        QTest::addColumn<QString>("page");
+        QTest::addColumn<QString>("section");
+        QTest::addColumn<QString>("result");
+        const QString skeleton = u"## Yesterday\n\n## Today\n\n## Blockers\n"_s;
+        QTest::newRow("first write under a fresh heading")
+            << skeleton << u"Today"_s << u"## Yesterday\n\n## Today\n\nshipped\n\n## Blockers\n"_s;
+        QTest::newRow("after the section's last text")
+            << u"## Today\nfirst\n\n\n## Blockers"_s << u"today"_s
+            << u"## Today\nfirst\n\nshipped\n\n\n## Blockers"_s;
+        QTest::newRow("last section")
+            << u"## Today\nfirst\n"_s << u" Today "_s << u"## Today\nfirst\n\nshipped\n"_s;
+        QTest::newRow("marks in the heading")
+            << u"# **Today**\nx"_s << u"Today"_s << u"# **Today**\nx\n\nshipped"_s;
+        QTest::newRow("a tag line is not a heading")
+            << u"## Today\n#launch went out\n## Next"_s << u"Today"_s
+            << u"## Today\n#launch went out\n\nshipped\n## Next"_s;
+    }
+
+    void inserting()
+    {
+        QFETCH(QString, page);
+        QFETCH(QString, section);
+        QFETCH(QString, result);
+        QCOMPARE(JournalTemplates::inserting(u"shipped"_s, section, page), result);
+    }
+
+    void insertingWithoutTheSection()
+    {
+        QCOMPARE(JournalTemplates::inserting(u"x"_s, u"Today"_s, u"## Tomorrow\n#Today"_s),
+                 std::nullopt);
+        QCOMPARE(JournalTemplates::inserting(u"x"_s, u"Today"_s, QString()), std::nullopt);
+    }
+
+    void cleanedContent_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("row");
+        QTest::newRow("headings, fences, rules go")
+            << u"## Today\n```\ncode\n```\n---\n| a | b |\n|---|:-:|\ntext"_s
+            << u"code a  b text"_s;
+        QTest::newRow("markers and marks go")
+            << u"- [ ] open\n- [x] done\n> said\n**b** *i* ==h== =={green}g== `c` <u>u</u>"_s
+            << u"open done said b i h g c u"_s;
+        QTest::newRow("links keep their text, images go")
+            << u"see [docs](https://x.org) {{img:0F8E3C2A-7B4D-4E1F-9A6B-5C3D2E1F0A9B}}"_s
+            << u"see docs"_s;
+        QTest::newRow("empty") << u"\n\n## Only a heading\n"_s << QString();
+    }
+
+    void cleanedContent()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, row);
+        QCOMPARE(JournalSidebar::cleanedContent(text), row);
+    }
+
+    void cleanedContentOfHostileTextStaysShort()
+    {
+        QString hostile;
+        for (int i = 0; i < 20000; ++i)
+            hostile += u"[a](b {{img:c "_s;
+        for (int i = 0; i < 200; ++i)
+            hostile += u"\nline **open"_s;
+        QVERIFY(JournalSidebar::cleanedContent(hostile).size() <= 2100);
+    }
+
+    void greeting_data()
+    {
+        QTest::addColumn<int>("hour");
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("morning") << 0 << u"Ana"_s << u"Good morning, Ana"_s;
+        QTest::newRow("still morning") << 11 << QString() << u"Good morning"_s;
+        QTest::newRow("noon") << 12 << u"  "_s << u"Good afternoon"_s;
+        QTest::newRow("evening at five") << 17 << u"Li"_s << u"Good evening, Li"_s;
+    }
+
+    void greeting()
+    {
+        QFETCH(int, hour);
+        QFETCH(QString, name);
+        QFETCH(QString, text);
+        const Calendar calendar = testCalendar("Asia/Tokyo");
+        const QDateTime now = calendar.at(QDate(2024, 5, 6), hour, 30);
+        QCOMPARE(JournalGreeting::greeting(now.toUTC(), calendar, name), text);
+        QCOMPARE(JournalGreeting::streakText(1), u"1 week"_s);
+        QCOMPARE(JournalGreeting::streakText(0), u"0 weeks"_s);
+        QCOMPARE(JournalGreeting::streakText(12), u"12 weeks"_s);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestJournalTemplates)
+#include "tst_journaltemplates.moc"
