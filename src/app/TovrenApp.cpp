@@ -1,5 +1,8 @@
 #include "TovrenApp.h"
 
+#include "bridge/MCPProtocol.h"
+#include "bridge/MCPServer.h"
+#include "bridge/MCPToolGroup.h"
 #include "core/AppCalendar.h"
 #include "core/DataGeneration.h"
 #include "core/DataLocations.h"
@@ -32,11 +35,11 @@ using namespace Qt::StringLiterals;
 LaunchSteps LaunchSteps::standard()
 {
     LaunchSteps steps;
-    // The import from an earlier install, the restore of a backup and the assistant tool groups
-    // arrive with their own work; until then these steps have nothing to do.
+    // The import from an earlier install and the restore of a backup arrive with their own
+    // work; until then these steps have nothing to do.
     steps.legacyImport = [] { return std::optional<QString>(); };
     steps.pendingRestore = [] { return std::optional<QString>(); };
-    steps.toolGroupDefaults = [] {};
+    steps.toolGroupDefaults = MCPToolGroup::applyDefaultsOnce;
     return steps;
 }
 
@@ -45,6 +48,9 @@ TovrenApp::TovrenApp(LaunchSteps steps, QObject *parent)
     , m_steps(std::move(steps))
     , m_preferences(std::make_unique<Preferences>(DataLocations::preferencesPath()))
     , m_calendar(std::make_unique<AppCalendar>())
+    , m_mcpServer(std::make_unique<MCPServer>(MCPProtocol(*m_preferences, m_mcpTools, [this] {
+        return m_container ? &m_container->mainContext() : nullptr;
+    })))
 {
 }
 
@@ -66,7 +72,7 @@ void TovrenApp::start()
             m_steps.pendingRestore ? m_steps.pendingRestore() : std::nullopt)
         notice = std::move(restored);
     if (m_steps.toolGroupDefaults)
-        m_steps.toolGroupDefaults();
+        m_steps.toolGroupDefaults(*m_preferences);
 
     StoreLifecycle::Opened opened = StoreLifecycle::open(std::move(notice), m_steps.openStore);
     m_container = std::move(opened.container);
@@ -74,6 +80,9 @@ void TovrenApp::start()
     m_storeState = opened.state;
     // Autosave starts once start-up has handed the thread back.
     QTimer::singleShot(0, this, [this] { mainContext().setAutosaveEnabled(true); });
+
+    // Both faces serve assistants from the main store; no window needs to exist for it.
+    m_mcpServer->followPreference(*m_preferences, [this] { return &mainContext(); });
 }
 
 void TovrenApp::shellDidAppear()
@@ -184,6 +193,9 @@ void TovrenApp::eraseAllData()
     m_preferences->remove(Prefs::userProfileName.name);
     m_preferences->remove(Prefs::userProfileAvatar.name);
     m_preferences->remove(Prefs::userProfileEmail.name);
+    // An assistant that was reading the journal starts again from the empty one.
+    if (m_mcpServer->isRunning())
+        m_mcpServer->disconnectAll();
     NoticeCenter::shared().post(Notices::dataErased);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "StoreLifecycle.h"
+#include "bridge/MCPTools.h"
 
 #include <QObject>
 #include <QString>
@@ -12,6 +13,7 @@
 #include <optional>
 
 class AppCalendar;
+class MCPServer;
 class ModelContainer;
 class ModelContext;
 class Preferences;
@@ -21,7 +23,7 @@ class Preferences;
 struct LaunchSteps {
     std::function<std::optional<QString>()> legacyImport;
     std::function<std::optional<QString>()> pendingRestore;
-    std::function<void()> toolGroupDefaults;
+    std::function<void(Preferences &)> toolGroupDefaults;
     StoreLifecycle::Opener openStore = StoreLifecycle::openContainer;
 
     static LaunchSteps standard();
@@ -35,7 +37,8 @@ public:
     explicit TovrenApp(LaunchSteps steps = LaunchSteps::standard(), QObject *parent = nullptr);
     ~TovrenApp() override;
 
-    // Process start: legacy import, pending restore, tool-group defaults, then the store.
+    // Process start: legacy import, pending restore, tool-group defaults, then the store; the
+    // assistant bridge listens from then on whenever the user has it switched on.
     // Raises StoreError only when not even a store in memory can be had.
     void start();
 
@@ -43,6 +46,8 @@ public:
     AppCalendar &appCalendar() { return *m_calendar; }
     ModelContainer &container() { return *m_container; }
     ModelContext &mainContext();
+    MCPTools &mcpTools() { return m_mcpTools; }
+    MCPServer &mcpServer() { return *m_mcpServer; }
     const std::optional<QString> &recoveryNotice() const { return m_recoveryNotice; }
     StoreLifecycle::State storeState() const { return m_storeState; }
 
@@ -75,6 +80,8 @@ private:
     std::unique_ptr<Preferences> m_preferences;
     std::unique_ptr<AppCalendar> m_calendar;
     std::unique_ptr<ModelContainer> m_container;
+    MCPTools m_mcpTools;
+    std::unique_ptr<MCPServer> m_mcpServer;
     std::optional<QString> m_recoveryNotice;
     StoreLifecycle::State m_storeState = StoreLifecycle::State::normal;
 };

@@ -67,7 +67,7 @@ LaunchSteps stepsWithNotices(std::optional<QString> legacy, std::optional<QStrin
             order->append(u"restore"_s);
         return restore;
     };
-    steps.toolGroupDefaults = [=] {
+    steps.toolGroupDefaults = [=](Preferences &) {
         if (order)
             order->append(u"toolGroups"_s);
     };
