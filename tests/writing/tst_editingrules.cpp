@@ -1,11 +1,17 @@
+#include "TestSupport.h"
 #include "WritingTestMain.h"
+#include "core/Notices.h"
+#include "core/PreferenceKeys.h"
+#include "core/Preferences.h"
 #include "writing/Completion.h"
 #include "writing/EditingRules.h"
+#include "writing/EditorLink.h"
 #include "writing/EntryMarkup.h"
 #include "writing/PasteNormalizer.h"
 #include "writing/SlashMenu.h"
 #include "writing/TableEditing.h"
 
+#include <QSignalSpy>
 #include <QTextBlock>
 #include <QTextCursor>
 #include <QTextDocument>
@@ -439,6 +445,28 @@ private slots:
         QCOMPARE(list.handleKey(CompletionList::Key::tab), CompletionList::Outcome::chosen);
         QCOMPARE(list.handleKey(CompletionList::Key::escape), CompletionList::Outcome::closed);
         QVERIFY(!list.isOpen());
+    }
+
+    void followingLinks()
+    {
+        QVERIFY(EditorLink::isInternal(QUrl(u"TOVREN://tag/x"_s)));
+        QVERIFY(!EditorLink::isInternal(u"https://tovren.app"_s));
+        QCOMPARE(EditorLink::url(QVariant(u"https://x.org"_s)), QUrl(u"https://x.org"_s));
+        QCOMPARE(EditorLink::url(QVariant()), std::nullopt);
+
+        TempDataDir dir;
+        Preferences prefs(dir.configDir() + u"/preferences.json"_s);
+        QSignalSpy notices(&NoticeCenter::shared(), &NoticeCenter::posted);
+        QCOMPARE(EditorLink::follow(QUrl(u"tovren://person/ABC-1"_s), prefs),
+                 EditorLink::Followed::person);
+        QCOMPARE(prefs.value(Prefs::peopleSelectPersonId), u"ABC-1"_s);
+        QCOMPARE(EditorLink::follow(EditorLink::tagLink(u"launch"_s), prefs),
+                 EditorLink::Followed::tag);
+        QCOMPARE(notices.size(), 2);
+        QCOMPARE(notices.at(0).at(0).toString(), QString::fromLatin1(Notices::openTab));
+        QCOMPARE(notices.at(1).at(1).toMap().value(u"query"_s).toString(), u"#launch"_s);
+        QCOMPARE(EditorLink::follow(QUrl(u"https://x.org"_s), prefs),
+                 EditorLink::Followed::external);
     }
 
     void pastedLists_data()
