@@ -96,7 +96,7 @@ private slots:
         QTest::newRow("code keeps marks as text")
             << u"```\n# not a heading\n- not a bullet\n---\n| a |\n| --- |\n**x** {{img:"_s +
                    imageA + u"}}\n```\nafter"_s;
-        QTest::newRow("fence with language") << u"```swift\nlet x = foo(\"//\") // note\n```"_s;
+        QTest::newRow("fence with language") << u"```js\nlet x = foo(\"//\") // note\n```"_s;
         QTest::newRow("unclosed fence") << u"text\n```\nstill code\n- [ ] code"_s;
         QTest::newRow("table") << u"| a | b |\n| --- | --- |\n| 1 | 2 |"_s;
         QTest::newRow("table first and last") << u"| a |\n| --- |"_s;
