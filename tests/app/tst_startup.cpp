@@ -1,6 +1,7 @@
 #include "TestSupport.h"
 
 #include "app/TovrenApp.h"
+#include "bridge/MCPServer.h"
 #include "core/DataGeneration.h"
 #include "core/DataLocations.h"
 #include "core/ImageStorage.h"
@@ -30,7 +31,9 @@
 
 #include <QAbstractButton>
 #include <QDir>
+#include <QHostAddress>
 #include <QSignalSpy>
+#include <QTcpSocket>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -361,6 +364,26 @@ private slots:
         QVERIFY(!app.preferences().contains(Prefs::userProfileAvatar.name));
         QCOMPARE(app.preferences().value(Prefs::aiProvider), u"claude"_s);
         QCOMPARE(app.preferences().value(Prefs::dailyReminderHour), 8);
+    }
+
+    void eraseAllDataDropsAssistantConnections()
+    {
+        TempDataDir dir;
+        qputenv("TOVREN_MCP_PORT", "0");
+        TovrenApp app(LaunchSteps::standard());
+        app.preferences().set(Prefs::mcpServerEnabled, true);
+        app.start();
+        qunsetenv("TOVREN_MCP_PORT");
+        QTRY_VERIFY(app.mcpServer().isRunning());
+        QTcpSocket assistant;
+        assistant.connectToHost(QHostAddress::LocalHost, app.mcpServer().serverPort());
+        QVERIFY(assistant.waitForConnected(5000));
+        QTRY_COMPARE(app.mcpServer().activeSessionCount(), 1);
+
+        app.eraseAllData();
+        QTRY_COMPARE(assistant.state(), QAbstractSocket::UnconnectedState);
+        QCOMPARE(app.mcpServer().activeSessionCount(), 0);
+        QVERIFY(app.mcpServer().isRunning()); // the listener itself stays on
     }
 
     void firstPageMirrorsTheProfile()
