@@ -56,7 +56,7 @@ TovrenApp::TovrenApp(LaunchSteps steps, QObject *parent)
 
 TovrenApp::~TovrenApp()
 {
-    shutdown();
+    saveNow();
 }
 
 ModelContext &TovrenApp::mainContext()
@@ -169,6 +169,9 @@ void removeAll(ModelContext &context)
 void TovrenApp::eraseAllData()
 {
     DataGeneration::advance();
+    // A save already on its way must not bring back what is about to go.
+    m_saveDebouncer.cancel();
+    m_drafts.clear();
     ModelContext &context = mainContext();
     for (const auto &image : context.tryFetch<EntryImage>())
         ImageStorage::remove(image->id.toString(QUuid::WithoutBraces).toUpper());
@@ -199,8 +202,9 @@ void TovrenApp::eraseAllData()
     NoticeCenter::shared().post(Notices::dataErased);
 }
 
-void TovrenApp::shutdown()
+void TovrenApp::saveNow()
 {
+    m_saveDebouncer.fire();
     if (m_container)
         mainContext().trySave();
     if (m_preferences)

@@ -2,6 +2,8 @@
 
 #include "StoreLifecycle.h"
 #include "bridge/MCPTools.h"
+#include "writing/JournalDraftStore.h"
+#include "writing/SaveDebouncer.h"
 
 #include <QObject>
 #include <QString>
@@ -48,6 +50,9 @@ public:
     ModelContext &mainContext();
     MCPTools &mcpTools() { return m_mcpTools; }
     MCPServer &mcpServer() { return *m_mcpServer; }
+    // The journal's unsaved typing, shared by every open page and the assistant tools.
+    JournalDraftStore &journalDrafts() { return m_drafts; }
+    SaveDebouncer &saveDebouncer() { return m_saveDebouncer; }
     const std::optional<QString> &recoveryNotice() const { return m_recoveryNotice; }
     StoreLifecycle::State storeState() const { return m_storeState; }
 
@@ -70,8 +75,9 @@ public:
     // Removes everything Tovren keeps of the user's except generated reviews and settings.
     void eraseAllData();
 
-    // Saves what is pending and writes the preferences; called before the process ends.
-    void shutdown();
+    // Puts on disk now what is pending: typing still waiting for its debounced save, unsaved
+    // records and the preferences. Called when the application goes inactive and at the end.
+    void saveNow();
 
     static QString recoveryAlertTitle(const QString &notice);
 
@@ -80,6 +86,8 @@ private:
     std::unique_ptr<Preferences> m_preferences;
     std::unique_ptr<AppCalendar> m_calendar;
     std::unique_ptr<ModelContainer> m_container;
+    JournalDraftStore m_drafts;
+    SaveDebouncer m_saveDebouncer;
     MCPTools m_mcpTools;
     std::unique_ptr<MCPServer> m_mcpServer;
     std::optional<QString> m_recoveryNotice;

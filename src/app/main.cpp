@@ -16,13 +16,16 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-bool wantsHeadless(int argc, char **argv)
+// Without a window (headless, or only printing help or the version) no display is needed.
+bool needsWindow(int argc, char **argv)
 {
     for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--headless") == 0)
-            return true;
+        for (const char *option : {"--headless", "-h", "--help", "--help-all", "-v", "--version"}) {
+            if (std::strcmp(argv[i], option) == 0)
+                return false;
+        }
     }
-    return false;
+    return true;
 }
 
 } // namespace
@@ -31,10 +34,9 @@ int main(int argc, char **argv)
 {
     // The face is chosen before the application object exists: without a window, no display
     // connection is ever made.
-    const bool headless = wantsHeadless(argc, argv);
     std::unique_ptr<QCoreApplication> application =
-        headless ? std::make_unique<QCoreApplication>(argc, argv)
-                 : std::make_unique<QApplication>(argc, argv);
+        needsWindow(argc, argv) ? std::make_unique<QApplication>(argc, argv)
+                                : std::make_unique<QCoreApplication>(argc, argv);
     QCoreApplication::setApplicationName(u"tovren"_s);
     QCoreApplication::setApplicationVersion(QStringLiteral(TOVREN_VERSION));
 
@@ -42,8 +44,11 @@ int main(int argc, char **argv)
     parser.setApplicationDescription(u"Tovren, a private work journal."_s);
     parser.addHelpOption();
     parser.addVersionOption();
-    parser.addOption({u"headless"_s, u"Run without a window, until SIGINT or SIGTERM."_s});
+    const QCommandLineOption headlessOption(u"headless"_s,
+                                            u"Run without a window, until SIGINT or SIGTERM."_s);
+    parser.addOption(headlessOption);
     parser.process(*application);
+    const bool headless = parser.isSet(headlessOption);
 
     SignalWatcher watcher;
     QObject::connect(&watcher, &SignalWatcher::terminationRequested, application.get(),
@@ -67,17 +72,20 @@ int main(int argc, char **argv)
         QGuiApplication::setApplicationDisplayName(u"Tovren"_s);
         // The window may close; Tovren keeps running until asked to quit.
         QApplication::setQuitOnLastWindowClosed(false);
-        // A new day or time zone may have come while Tovren was in the background.
         QObject::connect(qGuiApp, &QGuiApplication::applicationStateChanged, &tovren,
                          [&tovren](Qt::ApplicationState state) {
+                             // A new day or time zone may have come while in the background.
                              if (state == Qt::ApplicationActive)
                                  tovren.appCalendar().update();
+                             // Leaving the application is a moment to put typing on disk.
+                             else
+                                 tovren.saveNow();
                          });
         window = std::make_unique<MainWindow>(tovren);
         window->show();
     }
     const int status = application->exec();
     window.reset();
-    tovren.shutdown();
+    tovren.saveNow();
     return status;
 }
