@@ -1,5 +1,6 @@
 #include "TovrenApp.h"
 
+#include "bridge/JournalTools.h"
 #include "bridge/MCPProtocol.h"
 #include "bridge/MCPServer.h"
 #include "bridge/MCPToolGroup.h"
@@ -52,6 +53,7 @@ TovrenApp::TovrenApp(LaunchSteps steps, QObject *parent)
         return m_container ? &m_container->mainContext() : nullptr;
     })))
 {
+    JournalTools::registerAll(m_mcpTools, m_drafts, *m_preferences);
 }
 
 TovrenApp::~TovrenApp()
