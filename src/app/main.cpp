@@ -1,5 +1,7 @@
 #include "SignalWatcher.h"
+#include "StdioBridge.h"
 #include "TovrenApp.h"
+#include "bridge/MCPServer.h"
 #include "core/AppCalendar.h"
 #include "core/store/StoreError.h"
 #include "ui/MainWindow.h"
@@ -32,6 +34,11 @@ bool needsWindow(int argc, char **argv)
 
 int main(int argc, char **argv)
 {
+    // The bridge for assistants runs beside the application: no application object, no store,
+    // no display.
+    if (argc >= 2 && std::strcmp(argv[1], "mcp") == 0)
+        return StdioBridge::run(MCPServer::configuredPort());
+
     // The face is chosen before the application object exists: without a window, no display
     // connection is ever made.
     std::unique_ptr<QCoreApplication> application =
