@@ -1,0 +1,159 @@
+// A real assistant's client against the whole program: `tovren --headless` with the bridge on,
+// reached through `nc` and through `tovren mcp`, driven by the MCP SDK's own stdio client.
+
+#include "TestSupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTest>
+
+#include <csignal>
+
+using namespace Qt::StringLiterals;
+
+class AssistantClientTest : public QObject {
+    Q_OBJECT
+
+    static QString binary() { return qEnvironmentVariable("TOVREN_BIN"); }
+
+    static quint16 freePort()
+    {
+        QTcpServer probe;
+        return probe.listen(QHostAddress::LocalHost, 0) ? probe.serverPort() : 0;
+    }
+
+    // Runs one tool script, bounded, and says what it printed when it fails.
+    static void runScript(const QString &script, const QStringList &arguments)
+    {
+        QProcess node;
+        node.setProcessChannelMode(QProcess::MergedChannels);
+        node.setWorkingDirectory(QFileInfo(script).absolutePath());
+        node.start(u"node"_s, QStringList{script} + arguments);
+        QVERIFY2(node.waitForStarted(10000), "node did not start");
+        const bool finished = node.waitForFinished(60000);
+        const QByteArray output = node.readAll();
+        if (!finished)
+            node.kill();
+        QVERIFY2(finished, qPrintable(u"the assistant did not finish within 60 s:\n"_s +
+                                      QString::fromUtf8(output)));
+        qInfo("%s", output.trimmed().constData());
+        QVERIFY2(node.exitStatus() == QProcess::NormalExit && node.exitCode() == 0,
+                 qPrintable(QString::fromUtf8(output)));
+    }
+
+    TempDataDir m_dir;
+    QProcess m_tovren;
+    quint16 m_port = 0;
+    QString m_script;
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY2(QFile::exists(binary()), qPrintable(u"TOVREN_BIN: "_s + binary()));
+        m_script = QFINDTESTDATA("../e2e/assistant.mjs");
+        QVERIFY2(!m_script.isEmpty(), "tests/e2e/assistant.mjs not found");
+        const QString sdk = QFileInfo(m_script).absolutePath() +
+                            u"/node_modules/@modelcontextprotocol/sdk/package.json"_s;
+        if (QStandardPaths::findExecutable(u"node"_s).isEmpty() || !QFile::exists(sdk)) {
+            const char *why = "node or the MCP SDK is missing: run npm ci in tests/e2e";
+            if (qEnvironmentVariableIsSet("CI"))
+                QFAIL(why);
+            QSKIP(why);
+        }
+
+        QFile preferences(m_dir.configDir() + u"/preferences.json"_s);
+        QVERIFY(preferences.open(QIODevice::WriteOnly));
+        preferences.write("{\"mcpServerEnabled\": true, \"journalTemplate\": \"standup\"}");
+        preferences.close();
+
+        m_port = freePort();
+        QVERIFY(m_port != 0);
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"TOVREN_DATA_DIR"_s, m_dir.dataRoot());
+        environment.insert(u"TOVREN_CONFIG_DIR"_s, m_dir.configDir());
+        environment.insert(u"TOVREN_MCP_PORT"_s, QString::number(m_port));
+        m_tovren.setProcessEnvironment(environment);
+        m_tovren.setProcessChannelMode(QProcess::ForwardedChannels);
+        m_tovren.start(binary(), {u"--headless"_s});
+        QVERIFY(m_tovren.waitForStarted());
+
+        bool listening = false;
+        for (int attempt = 0; attempt < 300 && !listening; ++attempt) {
+            QVERIFY2(m_tovren.state() == QProcess::Running, "tovren ended before listening");
+            QTcpSocket socket;
+            socket.connectToHost(QHostAddress::LocalHost, m_port);
+            listening = socket.waitForConnected(1000);
+            if (!listening)
+                QTest::qWait(100);
+        }
+        QVERIFY2(listening, "tovren --headless never listened");
+    }
+
+    void cleanupTestCase()
+    {
+        if (m_tovren.state() == QProcess::NotRunning)
+            return;
+        ::kill(pid_t(m_tovren.processId()), SIGTERM);
+        QVERIFY(m_tovren.waitForFinished(30000));
+        QCOMPARE(m_tovren.exitCode(), 0);
+    }
+
+    void throughNetcat()
+    {
+        QVERIFY2(!QStandardPaths::findExecutable(u"nc"_s).isEmpty(), "nc is not installed");
+        runScript(m_script,
+                  {QString::number(m_port), u"2024-03-04"_s, u"nc"_s, u"127.0.0.1"_s, u"{port}"_s});
+    }
+
+    void throughTovrenMcp()
+    {
+        runScript(m_script, {QString::number(m_port), u"2024-03-05"_s, binary(), u"mcp"_s});
+    }
+
+    void tovrenMcpSaysWhenNothingListens()
+    {
+        QProcess bridge;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"TOVREN_MCP_PORT"_s, QString::number(freePort()));
+        environment.remove(u"DISPLAY"_s);
+        environment.remove(u"WAYLAND_DISPLAY"_s);
+        bridge.setProcessEnvironment(environment);
+        bridge.start(binary(), {u"mcp"_s});
+        QVERIFY(bridge.waitForFinished(10000));
+        QCOMPARE(bridge.exitCode(), 1);
+        const QList<QByteArray> lines = bridge.readAllStandardError().trimmed().split('\n');
+        QCOMPARE(lines.size(), 1);
+        QVERIFY2(lines.first().startsWith("tovren mcp: nothing is listening on 127.0.0.1 port "),
+                 lines.first().constData());
+        QVERIFY(bridge.readAllStandardOutput().isEmpty());
+    }
+
+    // Raw bytes both ways, the last answers kept after standard input ends, and an exit once
+    // the listener closes.
+    void tovrenMcpRelaysUntilInputEnds()
+    {
+        QProcess bridge;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"TOVREN_MCP_PORT"_s, QString::number(m_port));
+        bridge.setProcessEnvironment(environment);
+        bridge.start(binary(), {u"mcp"_s});
+        QVERIFY(bridge.waitForStarted());
+        bridge.write("{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"tools/list\"}\n"
+                     "{\"jsonrpc\":\"2.0\",\"id\":2,\"method\":\"ping\"}\n");
+        bridge.closeWriteChannel();
+        QVERIFY(bridge.waitForFinished(10000));
+        QCOMPARE(bridge.exitCode(), 0);
+        const QList<QByteArray> lines = bridge.readAllStandardOutput().split('\n');
+        QCOMPARE(lines.size(), 3);
+        QVERIFY(lines.at(0).startsWith("{") && lines.at(0).contains("\"get_entries\""));
+        QVERIFY(lines.at(1).contains("Method not found: ping"));
+        QCOMPARE(lines.at(2), QByteArray());
+    }
+};
+
+QTEST_GUILESS_MAIN(AssistantClientTest)
+#include "tst_assistantclient.moc"
