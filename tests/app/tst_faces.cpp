@@ -1,4 +1,4 @@
-#include "TestSupport.h"
+#include "TovrenProcess.h"
 
 #include <QDir>
 #include <QFile>
@@ -16,30 +16,18 @@ class FacesTest : public QObject {
     Q_OBJECT
 
 private:
-    static QString binary() { return qEnvironmentVariable("TOVREN_BIN"); }
-
-    static void startTovren(QProcess &process, const TempDataDir &dir, const QStringList &args)
+    static void stopCleanly(TovrenProcess &tovren, int signal)
     {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"TOVREN_DATA_DIR"_s, dir.dataRoot());
-        environment.insert(u"TOVREN_CONFIG_DIR"_s, dir.configDir());
-        environment.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
-        process.setProcessEnvironment(environment);
-        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        process.start(binary(), args);
-        QVERIFY(process.waitForStarted());
-    }
-
-    static void stopWith(QProcess &process, int signal)
-    {
-        ::kill(pid_t(process.processId()), signal);
-        QVERIFY(process.waitForFinished(30000));
-        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(process.exitCode(), 0);
+        QVERIFY(tovren.stop(signal));
+        QCOMPARE(tovren.process().exitStatus(), QProcess::NormalExit);
+        QCOMPARE(tovren.process().exitCode(), 0);
     }
 
 private slots:
-    void initTestCase() { QVERIFY2(QFile::exists(binary()), qPrintable(binary())); }
+    void initTestCase()
+    {
+        QVERIFY2(QFile::exists(TovrenProcess::binary()), qPrintable(TovrenProcess::binary()));
+    }
 
     void facesStartAndStopCleanly_data()
     {
@@ -54,13 +42,13 @@ private slots:
         QFETCH(QStringList, args);
         QFETCH(int, signal);
         TempDataDir dir;
-        QProcess process;
-        startTovren(process, dir, args);
+        TovrenProcess tovren(dir);
+        QVERIFY(tovren.start(args));
         const QString store = dir.dataRoot() + u"/default.store"_s;
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(store), 20000);
         QTest::qWait(300);
-        QCOMPARE(process.state(), QProcess::Running);
-        stopWith(process, signal);
+        QCOMPARE(tovren.process().state(), QProcess::Running);
+        stopCleanly(tovren, signal);
         // A clean stop checkpoints the log into the file and removes the sidecars.
         QVERIFY(!QFile::exists(store + u"-wal"_s));
     }
@@ -74,12 +62,12 @@ private slots:
         damaged.write(QByteArray(10000, '#'));
         damaged.close();
 
-        QProcess process;
-        startTovren(process, dir, {u"--headless"_s});
+        TovrenProcess tovren(dir);
+        QVERIFY(tovren.start({u"--headless"_s}));
         QTRY_VERIFY_WITH_TIMEOUT(
             !QDir(dir.dataRoot()).entryList({u"default.store.corrupt-*"_s}).isEmpty(), 20000);
         QTest::qWait(300);
-        stopWith(process, SIGTERM);
+        stopCleanly(tovren, SIGTERM);
 
         QFile preferences(dir.configDir() + u"/preferences.json"_s);
         QVERIFY(preferences.open(QIODevice::ReadOnly));
@@ -92,15 +80,11 @@ private slots:
     void unknownOptionIsRefusedInPlainWords()
     {
         TempDataDir dir;
-        QProcess process;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"TOVREN_DATA_DIR"_s, dir.dataRoot());
-        environment.insert(u"TOVREN_CONFIG_DIR"_s, dir.configDir());
-        process.setProcessEnvironment(environment);
-        process.start(binary(), {u"--headless"_s, u"--frobnicate"_s});
-        QVERIFY(process.waitForFinished(30000));
-        QVERIFY(process.exitCode() != 0);
-        QVERIFY(process.readAllStandardError().contains("frobnicate"));
+        TovrenProcess tovren(dir);
+        QVERIFY(tovren.start({u"--headless"_s, u"--frobnicate"_s}, 0, QProcess::SeparateChannels));
+        QVERIFY(tovren.process().waitForFinished(30000));
+        QVERIFY(tovren.process().exitCode() != 0);
+        QVERIFY(tovren.process().readAllStandardError().contains("frobnicate"));
         QVERIFY(!QFile::exists(dir.dataRoot() + u"/default.store"_s));
     }
 };

@@ -1,7 +1,7 @@
 // A real assistant's client against the whole program: `tovren --headless` with the bridge on,
 // reached through `nc` and through `tovren mcp`, driven by the MCP SDK's own stdio client.
 
-#include "TestSupport.h"
+#include "TovrenProcess.h"
 
 #include <QDir>
 #include <QFile>
@@ -18,13 +18,8 @@ using namespace Qt::StringLiterals;
 class AssistantClientTest : public QObject {
     Q_OBJECT
 
-    static QString binary() { return qEnvironmentVariable("TOVREN_BIN"); }
-
-    static quint16 freePort()
-    {
-        QTcpServer probe;
-        return probe.listen(QHostAddress::LocalHost, 0) ? probe.serverPort() : 0;
-    }
+    static QString binary() { return TovrenProcess::binary(); }
+    static quint16 freePort() { return TovrenProcess::freePort(); }
 
     // Runs one tool script, bounded, and says what it printed when it fails.
     static void runScript(const QString &script, const QStringList &arguments)
@@ -46,7 +41,7 @@ class AssistantClientTest : public QObject {
     }
 
     TempDataDir m_dir;
-    QProcess m_tovren;
+    TovrenProcess m_tovren{m_dir};
     quint16 m_port = 0;
     QString m_script;
 
@@ -65,41 +60,21 @@ private slots:
             QSKIP(why);
         }
 
-        QFile preferences(m_dir.configDir() + u"/preferences.json"_s);
-        QVERIFY(preferences.open(QIODevice::WriteOnly));
-        preferences.write("{\"mcpServerEnabled\": true, \"journalTemplate\": \"standup\"}");
-        preferences.close();
-
+        QVERIFY(m_tovren.writePreferences(
+            "{\"mcpServerEnabled\": true, \"journalTemplate\": \"standup\"}"));
         m_port = freePort();
         QVERIFY(m_port != 0);
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"TOVREN_DATA_DIR"_s, m_dir.dataRoot());
-        environment.insert(u"TOVREN_CONFIG_DIR"_s, m_dir.configDir());
-        environment.insert(u"TOVREN_MCP_PORT"_s, QString::number(m_port));
-        m_tovren.setProcessEnvironment(environment);
-        m_tovren.setProcessChannelMode(QProcess::ForwardedChannels);
-        m_tovren.start(binary(), {u"--headless"_s});
-        QVERIFY(m_tovren.waitForStarted());
-
-        bool listening = false;
-        for (int attempt = 0; attempt < 300 && !listening; ++attempt) {
-            QVERIFY2(m_tovren.state() == QProcess::Running, "tovren ended before listening");
-            QTcpSocket socket;
-            socket.connectToHost(QHostAddress::LocalHost, m_port);
-            listening = socket.waitForConnected(1000);
-            if (!listening)
-                QTest::qWait(100);
-        }
+        QVERIFY(m_tovren.start({u"--headless"_s}, m_port, QProcess::ForwardedChannels));
+        const bool listening = m_tovren.waitUntilListening(m_port);
         QVERIFY2(listening, "tovren --headless never listened");
     }
 
     void cleanupTestCase()
     {
-        if (m_tovren.state() == QProcess::NotRunning)
+        if (m_tovren.process().state() == QProcess::NotRunning)
             return;
-        ::kill(pid_t(m_tovren.processId()), SIGTERM);
-        QVERIFY(m_tovren.waitForFinished(30000));
-        QCOMPARE(m_tovren.exitCode(), 0);
+        QVERIFY(m_tovren.stop(SIGTERM));
+        QCOMPARE(m_tovren.process().exitCode(), 0);
     }
 
     void throughNetcat()

@@ -2,13 +2,12 @@
 // in a hand-written preferences file.
 
 #include "BridgeTestSupport.h"
+#include "TovrenProcess.h"
 
 #include "bridge/MCPToolGroup.h"
 
 #include <QDir>
 #include <QFile>
-#include <QProcess>
-#include <QTcpServer>
 
 #include <csignal>
 
@@ -19,8 +18,6 @@ class HeadlessTest : public QObject {
     Q_OBJECT
 
 private:
-    static QString binary() { return qEnvironmentVariable("TOVREN_BIN"); }
-
     static QByteArray exchange(QTcpSocket &socket, const QByteArray &line)
     {
         socket.write(line + '\n');
@@ -33,42 +30,23 @@ private:
     }
 
 private slots:
-    void initTestCase() { QVERIFY2(QFile::exists(binary()), qPrintable(binary())); }
+    void initTestCase()
+    {
+        QVERIFY2(QFile::exists(TovrenProcess::binary()), qPrintable(TovrenProcess::binary()));
+    }
 
     void assistantTalksToHeadlessTovren()
     {
         TempDataDir dir;
-        QFile preferences(dir.configDir() + u"/preferences.json"_s);
-        QVERIFY(preferences.open(QIODevice::WriteOnly));
-        preferences.write(R"({"mcpServerEnabled": true})");
-        preferences.close();
-
-        quint16 port = 0;
-        {
-            QTcpServer probe;
-            QVERIFY(probe.listen(QHostAddress::LocalHost, 0));
-            port = probe.serverPort();
-        }
-
-        QProcess tovren;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"TOVREN_DATA_DIR"_s, dir.dataRoot());
-        environment.insert(u"TOVREN_CONFIG_DIR"_s, dir.configDir());
-        environment.insert(u"TOVREN_MCP_PORT"_s, QString::number(port));
-        tovren.setProcessEnvironment(environment);
-        tovren.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        tovren.start(binary(), {u"--headless"_s});
-        QVERIFY(tovren.waitForStarted());
+        TovrenProcess tovren(dir);
+        QVERIFY(tovren.writePreferences(R"({"mcpServerEnabled": true})"));
+        const quint16 port = TovrenProcess::freePort();
+        QVERIFY(tovren.start({u"--headless"_s}, port));
+        QVERIFY2(tovren.waitUntilListening(port), "tovren --headless never listened");
 
         QTcpSocket socket;
-        for (int attempt = 0; attempt < 200; ++attempt) {
-            socket.connectToHost(QHostAddress::LocalHost, port);
-            if (socket.waitForConnected(1000))
-                break;
-            socket.abort();
-            QVERIFY2(tovren.state() == QProcess::Running, "tovren ended before listening");
-            QTest::qWait(100);
-        }
+        socket.connectToHost(QHostAddress::LocalHost, port);
+        QVERIFY(socket.waitForConnected(5000));
         QCOMPARE(socket.state(), QAbstractSocket::ConnectedState);
 
         const QByteArray initialized =
@@ -95,13 +73,13 @@ private slots:
         QCOMPARE(describe(exchange(socket, call("3", "no_such_tool"))),
                  u"3 error -32601 Unknown tool: no_such_tool"_s);
 
-        ::kill(pid_t(tovren.processId()), SIGTERM);
-        QVERIFY(tovren.waitForFinished(30000));
-        QCOMPARE(tovren.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(tovren.exitCode(), 0);
+        QVERIFY(tovren.stop(SIGTERM));
+        QCOMPARE(tovren.process().exitStatus(), QProcess::NormalExit);
+        QCOMPARE(tovren.process().exitCode(), 0);
         QVERIFY(socket.state() == QAbstractSocket::UnconnectedState ||
                 !socket.waitForReadyRead(5000));
 
+        QFile preferences(dir.configDir() + u"/preferences.json"_s);
         QVERIFY(preferences.open(QIODevice::ReadOnly));
         const QJsonObject stored = QJsonDocument::fromJson(preferences.readAll()).object();
         QCOMPARE(stored.value("mcpToolGroupDefaultsApplied"_L1), true);
