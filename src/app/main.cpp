@@ -1,3 +1,4 @@
+#include "BenchProbe.h"
 #include "SignalWatcher.h"
 #include "StdioBridge.h"
 #include "TovrenApp.h"
@@ -57,6 +58,7 @@ int main(int argc, char **argv)
     parser.process(*application);
     const bool headless = parser.isSet(headlessOption);
 
+    BenchProbe::install(*application);
     SignalWatcher watcher;
     QObject::connect(&watcher, &SignalWatcher::terminationRequested, application.get(),
                      &QCoreApplication::quit);
