@@ -42,3 +42,29 @@ void MainWindow::showEvent(QShowEvent *event)
         m_recoveryAlert->open();
     }
 }
+
+void MainWindow::bringToFront()
+{
+    if (isMinimized())
+        showNormal();
+    else
+        show();
+    raise();
+    activateWindow();
+}
+
+void MainWindow::openLink(const QUrl &url)
+{
+    Q_UNUSED(url);
+    bringToFront();
+}
+
+void MainWindow::newEntry()
+{
+    bringToFront();
+}
+
+void MainWindow::showSettings()
+{
+    bringToFront();
+}
