@@ -14,10 +14,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Replies a peer has not taken yet. Past this, its further lines wait in the kernel until it
-// reads, so a client that only writes cannot make Tovren hold its answers without bound.
-constexpr qint64 sendBacklogLimit = 4 * 1024 * 1024;
-
 // How long a closed connection may take to hand over its last replies before it is cut.
 constexpr int closeGraceMs = 5000;
 
@@ -188,17 +184,13 @@ void MCPServer::accept()
                 });
         connect(connection, &QTcpSocket::readyRead, this,
                 [this, connection] { receive(connection); });
-        connect(connection, &QTcpSocket::bytesWritten, this, [this, connection] {
-            if (connection->bytesAvailable() > 0)
-                receive(connection);
-        });
         receive(connection);
     }
 }
 
 void MCPServer::receive(QTcpSocket *connection)
 {
-    while (connection->bytesAvailable() > 0 && connection->bytesToWrite() < sendBacklogLimit) {
+    while (connection->bytesAvailable() > 0) {
         const QByteArray unit = connection->read(readSize);
         if (unit.isEmpty() || !serve(connection, unit))
             return;
@@ -228,6 +220,15 @@ bool MCPServer::serve(QTcpSocket *connection, QByteArrayView unit)
         QByteArray response = m_protocol.handle(piece, *context);
         response.append('\n');
         connection->write(response);
+        // A client that only writes cannot make Tovren hold its answers without bound: what
+        // the kernel won't take beyond the limit ends the connection.
+        if (connection->bytesToWrite() > unreadAnswerLimit) {
+            connection->flush();
+            if (connection->bytesToWrite() > unreadAnswerLimit) {
+                drop(connection);
+                return false;
+            }
+        }
     }
     // Handed to the kernel now: Qt drops what it still holds when the peer closes its side,
     // and a client that ends with its last request still wants the answers.
@@ -242,6 +243,15 @@ void MCPServer::cancel(QTcpSocket *connection)
     disconnect(connection, &QTcpSocket::bytesWritten, this, nullptr);
     QTimer::singleShot(closeGraceMs, connection, [connection] { connection->abort(); });
     connection->disconnectFromHost();
+}
+
+void MCPServer::drop(QTcpSocket *connection)
+{
+    m_connections.removeAll(connection);
+    setSessionCount(int(m_connections.size()));
+    disconnect(connection, &QTcpSocket::readyRead, this, nullptr);
+    // Its pending answers are thrown away with it: waiting for them is what it was dropped for.
+    connection->abort();
 }
 
 void MCPServer::connectionEnded(QTcpSocket *connection)

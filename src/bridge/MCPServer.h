@@ -31,6 +31,8 @@ public:
 
     static constexpr quint16 defaultPort = 35468;
     static constexpr qint64 readSize = 65536;
+    // A connection whose answers waiting to be read pass this is closed on the spot.
+    static constexpr qint64 unreadAnswerLimit = 4 * 1024 * 1024;
 
     // TOVREN_MCP_PORT when it holds a port number (0 asks for any free port), else 35468.
     static quint16 configuredPort();
@@ -78,6 +80,8 @@ private:
     // False when the unit ended the connection.
     bool serve(QTcpSocket *connection, QByteArrayView unit);
     void cancel(QTcpSocket *connection);
+    // Ends a connection at once, discarding what it has not read.
+    void drop(QTcpSocket *connection);
     void connectionEnded(QTcpSocket *connection);
     void setRunning(bool running);
     void setLastError(const QString &error);
