@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets with clang in build/fuzz, replays their committed corpora and
+# then runs each for the given number of seconds (default 60). New inputs found go to
+# build/fuzz/found/<target>; a crash leaves its input in build/fuzz/crashes and fails the run.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+seconds=${1:-60}
+targets=(line_handler markup_roundtrip)
+
+cmake -S . -B build/fuzz -G Ninja -DCMAKE_CXX_COMPILER=clang++-14 \
+      -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTOVREN_BUILD_FUZZ=ON -DTOVREN_BUILD_TESTS=OFF \
+      -DTOVREN_BUILD_BENCH=OFF >/dev/null
+cmake --build build/fuzz -j "$(nproc)" --target "${targets[@]/#/fuzz_}"
+
+mkdir -p build/fuzz/crashes
+for target in "${targets[@]}"; do
+    binary=build/fuzz/fuzz/fuzz_$target
+    found=build/fuzz/found/$target
+    log=build/fuzz/$target.log
+    mkdir -p "$found"
+    for step in replay fuzz; do
+        if [ $step = replay ]; then
+            arguments=(-runs=0 fuzz/corpus/"$target")
+        else
+            arguments=(-max_total_time="$seconds" "$found" fuzz/corpus/"$target")
+        fi
+        if ! "$binary" -artifact_prefix=build/fuzz/crashes/ -print_final_stats=1 \
+                "${arguments[@]}" >"$log" 2>&1; then
+            tail -n 60 "$log"
+            echo "fuzz_$target failed ($step); the input is in build/fuzz/crashes" >&2
+            exit 1
+        fi
+        echo "fuzz_$target $step: $(grep -m1 -o 'stat::number_of_executed_units: [0-9]*' "$log")"
+    done
+done
