@@ -1,0 +1,45 @@
+#include "ai/AIAvailabilityNotifier.h"
+
+#include "ai/OnDeviceModel.h"
+#include "core/Clock.h"
+#include "core/PreferenceKeys.h"
+#include "core/records/InboxItem.h"
+#include "core/store/ModelContext.h"
+
+using namespace Qt::StringLiterals;
+
+namespace AIAvailabilityNotifier {
+
+static QString noticeBody(AppleModelStatus status)
+{
+    if (status == AppleModelStatus::notEnabled)
+        return u"No on-device model is running on this computer, so Tovren's AI features, "
+               u"including recaps, STAR stories and suggestions, are paused. Everything else "
+               u"works normally. Start a model server such as Ollama, or switch to another "
+               u"provider in Settings → Connections."_s;
+    return u"The on-device model isn't available, so Tovren's AI features are paused. "
+           u"Everything else works normally. Switch to another provider in Settings → "
+           u"Connections."_s;
+}
+
+QCoro::Task<> runIfNeeded(ModelContext &context, Preferences &preferences,
+                          QNetworkAccessManager &network, QUrl onDeviceServer)
+{
+    const auto provider = preferences.textValue(Prefs::aiProvider.name);
+    if (provider && *provider != u"appleFoundation"_s)
+        co_return;
+    const OnDeviceModel::State state = co_await OnDeviceModel::current(network, onDeviceServer);
+    if (state.status == AppleModelStatus::available || state.status == AppleModelStatus::notReady)
+        co_return;
+
+    const QDateTime since = Clock::now().addSecs(-repeatAfterSeconds);
+    const auto recent = context.tryFetch<InboxItem>(
+        {field(&InboxItem::payload) == payload && field(&InboxItem::createdAt) >= since, {}, 1});
+    if (!recent.isEmpty())
+        co_return;
+    context.insert(std::make_shared<InboxItem>(InboxItemKind::system, u"AI features are paused"_s,
+                                               noticeBody(state.status), payload));
+    context.trySave();
+}
+
+} // namespace AIAvailabilityNotifier

@@ -1,0 +1,448 @@
+#include "FakeHttpServer.h"
+
+#include "ai/AIContext.h"
+#include "ai/AIKeyStore.h"
+#include "ai/HTTPAIClient.h"
+#include "ai/OnDeviceModel.h"
+#include "ai/TovrenAI.h"
+#include "core/PreferenceKeys.h"
+
+#include "TestSupport.h"
+
+#include <QJsonArray>
+#include <QNetworkAccessManager>
+#include <QTest>
+
+#include <qcoro/qcorotask.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+enum class Shape { anthropic, openai, gemini };
+
+HTTPAIClient makeClient(QNetworkAccessManager &network, Shape shape, const QUrl &server,
+                        const QString &model, const QString &key, bool allowsEmptyKey = false)
+{
+    switch (shape) {
+    case Shape::anthropic:
+        return HTTPAIClient::anthropic(network, QUrl(server.toString() + u"/v1/messages"_s), model,
+                                       key, allowsEmptyKey);
+    case Shape::openai:
+        return HTTPAIClient::openAI(network, QUrl(server.toString() + u"/v1/chat/completions"_s),
+                                    model, key, allowsEmptyKey);
+    case Shape::gemini:
+        break;
+    }
+    return HTTPAIClient::gemini(network, server, model, key);
+}
+
+QByteArray replyFor(Shape shape, const QString &text)
+{
+    QJsonObject reply;
+    switch (shape) {
+    case Shape::anthropic:
+        reply = {{u"content"_s, QJsonArray{QJsonObject{{u"type"_s, u"text"_s}, {u"text"_s, text}},
+                                           QJsonObject{{u"text"_s, u"second block"_s}}}}};
+        break;
+    case Shape::openai:
+        reply = {{u"choices"_s,
+                  QJsonArray{QJsonObject{{u"message"_s, QJsonObject{{u"content"_s, text}}}}}}};
+        break;
+    case Shape::gemini:
+        reply = {{u"candidates"_s,
+                  QJsonArray{QJsonObject{
+                      {u"content"_s,
+                       QJsonObject{{u"parts"_s, QJsonArray{QJsonObject{{u"text"_s, text}}}}}}}}}};
+        break;
+    }
+    return QJsonDocument(reply).toJson(QJsonDocument::Compact);
+}
+
+QJsonObject userMessage(const QString &text)
+{
+    return {{u"role"_s, u"user"_s}, {u"content"_s, text}};
+}
+
+} // namespace
+
+class TestHttpClients : public QObject {
+    Q_OBJECT
+
+private slots:
+    void requestShapes_data();
+    void requestShapes();
+    void statusMapping_data();
+    void statusMapping();
+    void emptyKeyNeverTouchesTheNetwork_data();
+    void emptyKeyNeverTouchesTheNetwork();
+    void slowServerTimesOut();
+    void nothingListeningIsANetworkFailure();
+    void currentClient_data();
+    void currentClient();
+
+private:
+    QNetworkAccessManager m_network;
+};
+
+void TestHttpClients::requestShapes_data()
+{
+    QTest::addColumn<int>("shape");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<bool>("allowsEmptyKey");
+    QTest::addColumn<std::optional<QString>>("system");
+    QTest::addColumn<QString>("expectedPath");
+    QTest::addColumn<QString>("expectedQuery");
+    QTest::addColumn<QVariantMap>("expectedHeaders"); // an empty value: the header must be absent
+    QTest::addColumn<QJsonObject>("expectedBody");
+
+    const QString prompt = u"Summarise my week"_s;
+    const QString system = u"You write short recaps."_s;
+    const QJsonObject anthropicBase{{u"model"_s, u"claude-x"_s},
+                                    {u"max_tokens"_s, 4096},
+                                    {u"messages"_s, QJsonArray{userMessage(prompt)}}};
+    QJsonObject anthropicSystem = anthropicBase;
+    anthropicSystem.insert(u"system"_s, system);
+    const QVariantMap anthropicHeaders{{u"x-api-key"_s, u"sk-ant-1"_s},
+                                       {u"anthropic-version"_s, u"2023-06-01"_s},
+                                       {u"content-type"_s, u"application/json"_s},
+                                       {u"authorization"_s, QString()}};
+
+    QTest::newRow("anthropic with system")
+        << int(Shape::anthropic) << u"sk-ant-1"_s << false << std::optional(system)
+        << u"/v1/messages"_s << QString() << anthropicHeaders << anthropicSystem;
+    QTest::newRow("anthropic without system")
+        << int(Shape::anthropic) << u"sk-ant-1"_s << false << std::optional<QString>()
+        << u"/v1/messages"_s << QString() << anthropicHeaders << anthropicBase;
+    QTest::newRow("anthropic empty system adds nothing")
+        << int(Shape::anthropic) << u"sk-ant-1"_s << false << std::optional(QString())
+        << u"/v1/messages"_s << QString() << anthropicHeaders << anthropicBase;
+    QTest::newRow("anthropic custom without key")
+        << int(Shape::anthropic) << QString() << true << std::optional<QString>()
+        << u"/v1/messages"_s << QString()
+        << QVariantMap{{u"x-api-key"_s, QString()}, {u"anthropic-version"_s, u"2023-06-01"_s}}
+        << anthropicBase;
+
+    const QJsonObject openaiBase{{u"model"_s, u"gpt-x"_s},
+                                 {u"max_tokens"_s, 4096},
+                                 {u"messages"_s, QJsonArray{userMessage(prompt)}}};
+    QJsonObject openaiSystem = openaiBase;
+    openaiSystem.insert(u"messages"_s,
+                        QJsonArray{QJsonObject{{u"role"_s, u"system"_s}, {u"content"_s, system}},
+                                   userMessage(prompt)});
+    const QVariantMap openaiHeaders{{u"authorization"_s, u"Bearer sk-oa-2"_s},
+                                    {u"content-type"_s, u"application/json"_s},
+                                    {u"x-api-key"_s, QString()}};
+    QTest::newRow("openai with system")
+        << int(Shape::openai) << u"sk-oa-2"_s << false << std::optional(system)
+        << u"/v1/chat/completions"_s << QString() << openaiHeaders << openaiSystem;
+    QTest::newRow("openai empty system")
+        << int(Shape::openai) << u"sk-oa-2"_s << false << std::optional(QString())
+        << u"/v1/chat/completions"_s << QString() << openaiHeaders << openaiBase;
+    QTest::newRow("openai custom without key")
+        << int(Shape::openai) << QString() << true << std::optional(system)
+        << u"/v1/chat/completions"_s << QString() << QVariantMap{{u"authorization"_s, QString()}}
+        << openaiSystem;
+
+    QJsonObject geminiBase{
+        {u"contents"_s,
+         QJsonArray{QJsonObject{{u"parts"_s, QJsonArray{QJsonObject{{u"text"_s, prompt}}}}}}},
+        {u"generationConfig"_s, QJsonObject{{u"maxOutputTokens"_s, 4096}}}};
+    QJsonObject geminiSystem = geminiBase;
+    geminiSystem.insert(u"systemInstruction"_s,
+                        QJsonObject{{u"parts"_s, QJsonArray{QJsonObject{{u"text"_s, system}}}}});
+    const QVariantMap geminiHeaders{{u"authorization"_s, QString()},
+                                    {u"x-api-key"_s, QString()},
+                                    {u"x-goog-api-key"_s, QString()}};
+    QTest::newRow("gemini with system")
+        << int(Shape::gemini) << u"AIza-3"_s << false << std::optional(system)
+        << u"/v1beta/models/gemini-x:generateContent"_s << u"key=AIza-3"_s << geminiHeaders
+        << geminiSystem;
+    QTest::newRow("gemini without system, key needing escapes")
+        << int(Shape::gemini) << u"a+b&c"_s << false << std::optional<QString>()
+        << u"/v1beta/models/gemini-x:generateContent"_s << u"key=a%2Bb%26c"_s << geminiHeaders
+        << geminiBase;
+}
+
+void TestHttpClients::requestShapes()
+{
+    QFETCH(int, shape);
+    QFETCH(QString, key);
+    QFETCH(bool, allowsEmptyKey);
+    QFETCH(std::optional<QString>, system);
+    QFETCH(QString, expectedPath);
+    QFETCH(QString, expectedQuery);
+    QFETCH(QVariantMap, expectedHeaders);
+    QFETCH(QJsonObject, expectedBody);
+
+    FakeHttpServer server;
+    QVERIFY(server.isListening());
+    server.answer(200, replyFor(Shape(shape), u"  A fine week.\n"_s));
+    const QString model = Shape(shape) == Shape::anthropic ? u"claude-x"_s
+                          : Shape(shape) == Shape::openai  ? u"gpt-x"_s
+                                                           : u"gemini-x"_s;
+    HTTPAIClient client =
+        makeClient(m_network, Shape(shape), server.url(), model, key, allowsEmptyKey);
+
+    const auto outcome = QCoro::waitFor(capture(client.respond(u"Summarise my week"_s, system)));
+    QVERIFY2(!outcome.error, qPrintable(outcome.errorText()));
+    // Untrimmed, and only the first block.
+    QCOMPARE(*outcome.value, u"  A fine week.\n"_s);
+
+    QCOMPARE(server.requests().size(), 1);
+    const FakeHttpServer::Request &request = server.requests().first();
+    QCOMPARE(request.method, "POST");
+    QCOMPARE(request.path(), expectedPath);
+    QCOMPARE(QUrl(QString::fromLatin1(request.target)).query(QUrl::FullyEncoded), expectedQuery);
+    for (auto it = expectedHeaders.cbegin(); it != expectedHeaders.cend(); ++it) {
+        const QByteArray name = it.key().toLatin1();
+        if (it.value().toString().isEmpty())
+            QVERIFY2(!request.headers.contains(name), name.constData());
+        else
+            QCOMPARE(QString::fromUtf8(request.headers.value(name)), it.value().toString());
+    }
+    QCOMPARE(request.json(), expectedBody);
+    // Sampling is left to the provider.
+    QVERIFY(!request.body.contains("temperature"));
+}
+
+void TestHttpClients::statusMapping_data()
+{
+    QTest::addColumn<int>("shape");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QByteArray>("retryAfter");
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QString>("expected");
+
+    const auto openai = int(Shape::openai);
+    const auto anthropic = int(Shape::anthropic);
+    const auto gemini = int(Shape::gemini);
+    const QString unexpected = u"AI provider returned an unexpected response: "_s;
+
+    QTest::newRow("401") << openai << 401 << QByteArray() << QByteArray("{}")
+                         << u"The API key was rejected. Re-enter it in Settings → AI Provider."_s;
+    QTest::newRow("403 same as 401")
+        << anthropic << 403 << QByteArray() << QByteArray("forbidden")
+        << u"The API key was rejected. Re-enter it in Settings → AI Provider."_s;
+    QTest::newRow("429 seconds") << openai << 429 << QByteArray("30") << QByteArray()
+                                 << u"Rate limited by the AI provider. Try again in 30s."_s;
+    QTest::newRow("429 plus sign") << gemini << 429 << QByteArray("+12") << QByteArray()
+                                   << u"Rate limited by the AI provider. Try again in 12s."_s;
+    QTest::newRow("429 http date")
+        << anthropic << 429 << QByteArray("Wed, 21 Oct 2015 07:28:00 GMT") << QByteArray()
+        << u"Rate limited by the AI provider. Try again in a moment."_s;
+    QTest::newRow("429 without header")
+        << openai << 429 << QByteArray() << QByteArray("{\"error\":{\"message\":\"slow down\"}}")
+        << u"Rate limited by the AI provider. Try again in a moment."_s;
+    QTest::newRow("500 error.message")
+        << openai << 500 << QByteArray() << QByteArray("{\"error\":{\"message\":\"overloaded\"}}")
+        << u"AI provider error (500): overloaded"_s;
+    QTest::newRow("500 empty body")
+        << anthropic << 500 << QByteArray() << QByteArray() << u"AI provider error (500): "_s;
+    QTest::newRow("400 error as text")
+        << gemini << 400 << QByteArray() << QByteArray("{\"error\":\"bad model\"}")
+        << u"AI provider error (400): bad model"_s;
+    QTest::newRow("404 top-level message")
+        << openai << 404 << QByteArray() << QByteArray("{\"message\":\"no such model\"}")
+        << u"AI provider error (404): no such model"_s;
+    QTest::newRow("502 error.message of the wrong type falls to the body")
+        << openai << 502 << QByteArray() << QByteArray("{\"error\":{\"message\":7}}")
+        << u"AI provider error (502): {\"error\":{\"message\":7}}"_s;
+    QTest::newRow("503 html cut at 200 bytes")
+        << anthropic << 503 << QByteArray() << QByteArray("<html>" + QByteArray(300, 'x'))
+        << u"AI provider error (503): <html>"_s + QString(194, u'x');
+    QTest::newRow("500 cut inside a character")
+        << openai << 500 << QByteArray() << QByteArray(199, 'a') + QByteArray("\xc3\xa9")
+        << u"AI provider error (500): (no body)"_s;
+    QTest::newRow("400 echoing the gemini key")
+        << gemini << 400 << QByteArray()
+        << QByteArray("{\"error\":{\"message\":\"API key AIza-secret not valid\"}}")
+        << u"AI provider error (400): API key … not valid"_s;
+    QTest::newRow("200 not json") << openai << 200 << QByteArray() << QByteArray("OK then")
+                                  << unexpected + u"OK then"_s;
+    QTest::newRow("200 choices empty")
+        << openai << 200 << QByteArray() << QByteArray("{\"choices\":[]}")
+        << unexpected + u"{\"choices\":[]}"_s;
+    QTest::newRow("200 content a number")
+        << anthropic << 200 << QByteArray() << QByteArray("{\"content\":[{\"text\":42}]}")
+        << unexpected + u"{\"content\":[{\"text\":42}]}"_s;
+    QTest::newRow("200 truncated json")
+        << gemini << 200 << QByteArray() << QByteArray("{\"candidates\":[{\"content\":")
+        << unexpected + u"{\"candidates\":[{\"content\":"_s;
+    QTest::newRow("200 top-level array")
+        << openai << 200 << QByteArray() << QByteArray("[1,2]") << unexpected + u"[1,2]"_s;
+    QTest::newRow("200 parts an object")
+        << gemini << 200 << QByteArray()
+        << QByteArray("{\"candidates\":[{\"content\":{\"parts\":{\"text\":\"x\"}}}]}")
+        << unexpected + u"{\"candidates\":[{\"content\":{\"parts\":{\"text\":\"x\"}}}]}"_s;
+    const QByteArray huge = "{\"choices\":[{\"message\":{\"content\":[\"" +
+                            QByteArray(4 * 1024 * 1024, 'z') + "\"]}}]}";
+    QTest::newRow("200 huge wrong type") << openai << 200 << QByteArray() << huge
+                                         << unexpected + QString::fromLatin1(huge.left(200).constData(), 200);
+    QTest::newRow("200 invalid utf-8 without the path")
+        << anthropic << 200 << QByteArray() << QByteArray("{\"x\":\"\xff\xfe\"}") << unexpected;
+}
+
+void TestHttpClients::statusMapping()
+{
+    QFETCH(int, shape);
+    QFETCH(int, status);
+    QFETCH(QByteArray, retryAfter);
+    QFETCH(QByteArray, body);
+    QFETCH(QString, expected);
+
+    FakeHttpServer server;
+    QList<std::pair<QByteArray, QByteArray>> headers;
+    if (!retryAfter.isEmpty())
+        headers.append({"Retry-After", retryAfter});
+    server.answer(status, body, headers);
+    const QString key = u"AIza-secret"_s;
+    HTTPAIClient client = makeClient(m_network, Shape(shape), server.url(), u"m"_s, key);
+
+    const auto outcome = QCoro::waitFor(capture(client.respond(u"hi"_s, std::nullopt)));
+    QVERIFY(!outcome.value);
+    QVERIFY(outcome.error);
+    QCOMPARE(outcome.errorText(), expected);
+    QVERIFY(!outcome.errorText().contains(key));
+    QCOMPARE(server.requests().size(), 1);
+}
+
+void TestHttpClients::emptyKeyNeverTouchesTheNetwork_data()
+{
+    QTest::addColumn<int>("shape");
+    QTest::newRow("claude") << int(Shape::anthropic);
+    QTest::newRow("openai") << int(Shape::openai);
+    QTest::newRow("gemini") << int(Shape::gemini);
+}
+
+void TestHttpClients::emptyKeyNeverTouchesTheNetwork()
+{
+    QFETCH(int, shape);
+    FakeHttpServer server;
+    server.answer(200, replyFor(Shape(shape), u"no"_s));
+    HTTPAIClient client = makeClient(m_network, Shape(shape), server.url(), u"m"_s, QString());
+    const auto outcome = QCoro::waitFor(capture(client.respond(u"hi"_s)));
+    QVERIFY(outcome.error);
+    QCOMPARE(outcome.error->kind(), AIClientError::Kind::missingAPIKey);
+    QCOMPARE(outcome.errorText(), u"No API key configured. Add one in Settings → AI Provider."_s);
+    QTest::qWait(50);
+    QVERIFY(server.requests().isEmpty());
+}
+
+void TestHttpClients::slowServerTimesOut()
+{
+    FakeHttpServer server;
+    server.setHandler([](const FakeHttpServer::Request &) {
+        return FakeHttpServer::Response{200, {}, {}, true};
+    });
+    HTTPAIClient client = makeClient(m_network, Shape::openai, server.url(), u"m"_s, u"k"_s);
+    client.setTimeout(std::chrono::milliseconds(300));
+    const auto outcome = QCoro::waitFor(capture(client.respond(u"hi"_s)));
+    QVERIFY(outcome.error);
+    QCOMPARE(outcome.errorText(),
+             u"The AI provider didn't respond in time. Check your connection and try again."_s);
+    QCOMPARE(server.requests().size(), 1);
+}
+
+void TestHttpClients::nothingListeningIsANetworkFailure()
+{
+    const QUrl nowhere(u"http://127.0.0.1:%1"_s.arg(closedPort()));
+    HTTPAIClient client = makeClient(m_network, Shape::gemini, nowhere, u"m"_s, u"AIza-hidden"_s);
+    const auto outcome = QCoro::waitFor(capture(client.respond(u"hi"_s)));
+    QVERIFY(outcome.error);
+    QCOMPARE(outcome.error->kind(), AIClientError::Kind::networkFailure);
+    QVERIFY2(outcome.errorText().startsWith(u"Network error: "_s), qPrintable(outcome.errorText()));
+    QVERIFY(outcome.errorText().size() > u"Network error: "_s.size());
+    QVERIFY(!outcome.errorText().contains(u"AIza-hidden"_s));
+}
+
+void TestHttpClients::currentClient_data()
+{
+    QTest::addColumn<QVariantMap>("prefs"); // key to text; "-" removes
+    QTest::addColumn<QString>("storedKey");
+    QTest::addColumn<QString>("expectedEndpoint"); // empty: the on-device client
+    QTest::addColumn<bool>("expectedAllowsEmptyKey");
+    QTest::addColumn<QString>("expectedModel");
+
+    QTest::newRow("nothing stored")
+        << QVariantMap{} << QString() << QString() << false << QString();
+    QTest::newRow("unknown provider") << QVariantMap{{u"aiProvider"_s, u"someday"_s}} << QString()
+                                      << QString() << false << QString();
+    QTest::newRow("claude default model")
+        << QVariantMap{{u"aiProvider"_s, u"claude"_s}} << u"k1"_s
+        << u"https://api.anthropic.com/v1/messages"_s << false << u"claude-opus-5"_s;
+    QTest::newRow("claude stored empty model")
+        << QVariantMap{{u"aiProvider"_s, u"claude"_s}, {u"ai-model-claude"_s, QString()}} << u"k1"_s
+        << u"https://api.anthropic.com/v1/messages"_s << false << QString();
+    QTest::newRow("openai") << QVariantMap{{u"aiProvider"_s, u"openai"_s}} << u"k2"_s
+                            << u"https://api.openai.com/v1/chat/completions"_s << false
+                            << u"gpt-4o"_s;
+    QTest::newRow("gemini model in path")
+        << QVariantMap{{u"aiProvider"_s, u"gemini"_s}, {u"ai-model-gemini"_s, u"gemini-pro"_s}}
+        << u"k3"_s
+        << u"https://generativelanguage.googleapis.com/v1beta/models/gemini-pro:generateContent"_s
+        << false << u"gemini-pro"_s;
+    QTest::newRow("custom without address stays on this computer")
+        << QVariantMap{{u"aiProvider"_s, u"custom"_s}, {u"ai-baseurl-custom"_s, u"  "_s}} << u"k4"_s
+        << QString() << false << QString();
+    QTest::newRow("custom openai by default")
+        << QVariantMap{{u"aiProvider"_s, u"custom"_s},
+                       {u"ai-baseurl-custom"_s, u"example.host/v1/chat/completions/"_s}}
+        << QString() << u"https://example.host/v1/chat/completions"_s << true << QString();
+    QTest::newRow("custom anthropic")
+        << QVariantMap{{u"aiProvider"_s, u"custom"_s},
+                       {u"ai-baseurl-custom"_s, u"http://gw.local:8080/v1/messages"_s},
+                       {u"ai-wireformat-custom"_s, u"anthropic"_s}}
+        << u"k5"_s << u"http://gw.local:8080/v1/messages"_s << true << QString();
+}
+
+void TestHttpClients::currentClient()
+{
+    QFETCH(QVariantMap, prefs);
+    QFETCH(QString, storedKey);
+    QFETCH(QString, expectedEndpoint);
+    QFETCH(bool, expectedAllowsEmptyKey);
+    QFETCH(QString, expectedModel);
+
+    TempDataDir dir;
+    Preferences preferences(dir.configDir() + u"/preferences.json"_s);
+    for (auto it = prefs.cbegin(); it != prefs.cend(); ++it)
+        preferences.setText(it.key(), it.value().toString());
+    MemorySecretStore secrets;
+    AIKeyStore keys(secrets, dir.configDir() + u"/ai-keys.json"_s);
+    const QString provider = prefs.value(u"aiProvider"_s).toString();
+    if (!storedKey.isEmpty())
+        secrets.items.insert(u"ai-key-"_s + provider, storedKey);
+
+    FakeHttpServer server;
+    AIContext context{preferences, keys, m_network, ProviderHosts::standard(), server.url()};
+    const std::unique_ptr<AIClient> client = QCoro::waitFor(TovrenAI::current(context));
+    QVERIFY(client);
+    QVERIFY(server.requests().isEmpty());
+    if (expectedEndpoint.isEmpty()) {
+        auto *onDevice = dynamic_cast<AppleFoundationClient *>(client.get());
+        QVERIFY(onDevice);
+        QCOMPARE(onDevice->model(), expectedModel);
+        return;
+    }
+    auto *http = dynamic_cast<HTTPAIClient *>(client.get());
+    QVERIFY(http);
+    QCOMPARE(http->endpoint().toString(), expectedEndpoint);
+    QCOMPARE(http->allowsEmptyKey(), expectedAllowsEmptyKey);
+    QCOMPARE(http->apiKey(), storedKey);
+
+    // The model reaches the wire as stored, by answering from a local server.
+    if (provider != u"gemini"_s && provider != u"custom"_s) {
+        server.answer(
+            200, replyFor(provider == u"claude"_s ? Shape::anthropic : Shape::openai, u"ok"_s));
+        HTTPAIClient local = makeClient(
+            m_network, provider == u"claude"_s ? Shape::anthropic : Shape::openai, server.url(),
+            AIProviders::model(preferences, *AIProviders::fromRaw(provider)), storedKey);
+        QCoro::waitFor(capture(local.respond(u"x"_s)));
+        QCOMPARE(server.requests().size(), 1);
+        QCOMPARE(server.requests().first().json().value(u"model"_s).toString(), expectedModel);
+    }
+}
+
+QTEST_GUILESS_MAIN(TestHttpClients)
+#include "tst_httpclients.moc"
