@@ -186,8 +186,10 @@ void JournalPageEditor::saveContent(const QString &text)
     const QDateTime day = dayStart();
     const QList<std::shared_ptr<DailyEntry>> entries = storedEntries(day, m_context);
     const QString stored = joinedText(entries);
-    const QString kept =
-        JournalDraftStore::reconcile(text, m_drafts.base(day).value_or(stored), stored);
+    // Reconciling compares trimmed text, which would drop an edit of white space at either end
+    // (indenting the first line): when nobody else wrote since, the page's text stands as is.
+    const QString base = m_drafts.base(day).value_or(stored);
+    const QString kept = base == stored ? text : JournalDraftStore::reconcile(text, base, stored);
     const auto recordStored = qScopeGuard([&] {
         m_drafts.recordStored(kept, day);
         m_knownStored = kept;

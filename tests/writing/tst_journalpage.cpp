@@ -217,6 +217,24 @@ private slots:
         QCOMPARE(storedContents(), QStringList());
     }
 
+    void editsOfWhiteSpaceAtTheEndsAreSaved_data()
+    {
+        QTest::addColumn<QString>("typed");
+        QTest::newRow("first item indented") << u"    - first\n- second"_s;
+        QTest::newRow("trailing tab") << u"- first\n- second\t"_s;
+    }
+
+    void editsOfWhiteSpaceAtTheEndsAreSaved()
+    {
+        QFETCH(QString, typed);
+        storeEntry(u"- first\n- second"_s);
+        m_page->load();
+        m_page->setText(typed);
+        m_page->save();
+        QCOMPARE(storedContents(), QStringList{typed});
+        QCOMPARE(m_page->text(), typed);
+    }
+
     void assistantAndTypingBothStand_data()
     {
         QTest::addColumn<int>("writer");
