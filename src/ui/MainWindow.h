@@ -1,19 +1,38 @@
 #pragma once
 
-#include <QMainWindow>
-#include <QPointer>
+#include "core/SidebarItem.h"
+#include "ui/settings/OpenAtLoginToggle.h"
 
+#include <QList>
+#include <QMainWindow>
 #include <QMessageBox>
+#include <QPointer>
 #include <QUrl>
 
+class QListWidget;
+class QStackedWidget;
+class SettingsWindow;
 class TovrenApp;
 
-// The main window. Its first showing is the moment the first page is up: the recovery notice
-// of this launch is raised then.
+// The main window: a quiet sidebar of the tabs and the chosen screen beside it. Its first
+// showing is the moment the first page is up: the recovery notice of this launch is raised then.
 class MainWindow : public QMainWindow {
     Q_OBJECT
 public:
     explicit MainWindow(TovrenApp &app, QWidget *parent = nullptr);
+    ~MainWindow() override;
+
+    // The tabs that have a screen, in sidebar order.
+    QList<SidebarItem> tabs() const { return m_tabs; }
+    std::optional<SidebarItem> currentTab() const;
+    // False when the tab has no screen (yet).
+    bool selectTab(SidebarItem item);
+    QWidget *screen(SidebarItem item) const;
+
+    SettingsWindow *settingsWindow();
+
+    // How "Open at login" reads and changes the desktop's autostart entry.
+    static OpenAtLoginToggle::LoginItem loginItem();
 
 public slots:
     // Shows the window on top, restoring it from minimised or closed.
@@ -30,9 +49,18 @@ public:
 
 protected:
     void showEvent(QShowEvent *event) override;
+    void closeEvent(QCloseEvent *event) override;
 
 private:
+    void buildMenus();
+    void addTab(SidebarItem item, QWidget *screen);
+    void onNotice(const QString &name, const QVariantMap &info);
+
     TovrenApp &m_app;
+    QListWidget *m_sidebar = nullptr;
+    QStackedWidget *m_screens = nullptr;
+    QList<SidebarItem> m_tabs;
+    QPointer<SettingsWindow> m_settings;
     bool m_appeared = false;
     QPointer<QMessageBox> m_recoveryAlert;
 };

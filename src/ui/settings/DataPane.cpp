@@ -1,0 +1,42 @@
+#include "DataPane.h"
+
+#include "SettingsUi.h"
+#include "ui/Dialogs.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+using namespace Qt::StringLiterals;
+
+DataPane::DataPane(std::function<void()> eraseAllData, QWidget *parent)
+    : QWidget(parent)
+    , m_eraseAllData(std::move(eraseAllData))
+{
+    setObjectName(u"dataPane"_s);
+    QVBoxLayout *column = SettingsUi::paneColumn(this);
+    column->addWidget(SettingsUi::sectionHeading(u"Erase"_s, this));
+    auto *row = new QHBoxLayout;
+    auto *erase = new QPushButton(u"Erase All Data…"_s, this);
+    erase->setObjectName(u"eraseAllData"_s);
+    row->addWidget(erase);
+    row->addStretch();
+    column->addLayout(row);
+    column->addWidget(SettingsUi::hint(footer, this));
+    m_done = SettingsUi::hint(QString(), this);
+    m_done->setObjectName(u"eraseDone"_s);
+    m_done->hide();
+    column->addWidget(m_done);
+    column->addStretch();
+    connect(erase, &QPushButton::clicked, this, &DataPane::eraseWithConfirmation);
+}
+
+void DataPane::eraseWithConfirmation()
+{
+    if (!Dialogs::confirm(this, {confirmTitle, confirmText, u"Erase"_s, u"Cancel"_s, true}))
+        return;
+    m_eraseAllData();
+    m_done->setText(u"Everything was erased. Tovren starts again from an empty journal."_s);
+    m_done->show();
+}

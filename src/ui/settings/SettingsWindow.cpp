@@ -1,0 +1,56 @@
+#include "SettingsWindow.h"
+
+#include <QHBoxLayout>
+#include <QListWidget>
+#include <QStackedWidget>
+
+using namespace Qt::StringLiterals;
+
+SettingsWindow::SettingsWindow(QWidget *parent)
+    : QWidget(parent, Qt::Window)
+{
+    setObjectName(u"settings"_s);
+    setWindowTitle(u"Tovren Settings"_s);
+    resize(760, 600);
+    auto *layout = new QHBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    m_list = new QListWidget(this);
+    m_list->setObjectName(u"settingsPanes"_s);
+    m_list->setFrameShape(QFrame::NoFrame);
+    m_list->setFixedWidth(170);
+    m_list->setSpacing(2);
+    // The pane list reads as the window's sidebar, a shade off the pane itself.
+    m_list->setBackgroundRole(QPalette::Window);
+    m_list->setAutoFillBackground(true);
+    m_list->viewport()->setBackgroundRole(QPalette::AlternateBase);
+    m_stack = new QStackedWidget(this);
+    layout->addWidget(m_list);
+    layout->addWidget(m_stack, 1);
+    connect(m_list, &QListWidget::currentRowChanged, m_stack, &QStackedWidget::setCurrentIndex);
+}
+
+void SettingsWindow::addPane(const QString &title, QWidget *pane)
+{
+    pane->setParent(m_stack);
+    m_stack->addWidget(pane);
+    auto *item = new QListWidgetItem(title, m_list);
+    item->setSizeHint(QSize(0, 30));
+    if (m_list->currentRow() < 0)
+        m_list->setCurrentRow(0);
+}
+
+bool SettingsWindow::showPane(const QString &title)
+{
+    const auto found = m_list->findItems(title, Qt::MatchExactly);
+    if (found.isEmpty())
+        return false;
+    m_list->setCurrentItem(found.first());
+    return true;
+}
+
+QWidget *SettingsWindow::pane(const QString &title) const
+{
+    const auto found = m_list->findItems(title, Qt::MatchExactly);
+    return found.isEmpty() ? nullptr : m_stack->widget(m_list->row(found.first()));
+}
