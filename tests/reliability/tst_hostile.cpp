@@ -1,0 +1,235 @@
+// Clients that misbehave against the real tovren --headless, while a well-behaved assistant
+// keeps asking for its last two weeks: one that never reads its answers, one that sends 10 MB
+// without a newline, one that connects and hangs up a thousand times a second.
+#include "LineClient.h"
+#include "TovrenProcess.h"
+
+#include <QDate>
+#include <QTest>
+
+#include <atomic>
+#include <csignal>
+#include <thread>
+
+using namespace Qt::StringLiterals;
+using namespace Reliability;
+
+namespace {
+
+// Ten days whose pages are 60 KB each, so that one answer for them is some 600 KB.
+const QDate bigFirstDay(2020, 3, 2);
+constexpr int bigDays = 10;
+
+QByteArray bigRead(int id)
+{
+    return toolCall(QByteArray::number(id), "get_entries",
+                    {{u"from"_s, bigFirstDay.toString(Qt::ISODate)},
+                     {u"to"_s, bigFirstDay.addDays(bigDays - 1).toString(Qt::ISODate)}});
+}
+
+// The well-behaved assistant: each call must come back answered, in time.
+class Assistant {
+public:
+    explicit Assistant(quint16 port)
+        : m_client(port)
+    {
+    }
+
+    bool ask()
+    {
+        QElapsedTimer clock;
+        clock.start();
+        const std::optional<QJsonObject> answer =
+            m_client.call(toolCall(QByteArray::number(++m_asked), "get_entries", {}), 10000);
+        m_slowest = std::max(m_slowest, clock.elapsed());
+        return answer && succeeded(*answer) && answer->value("id"_L1).toInteger() == m_asked;
+    }
+    qint64 slowestMs() const { return m_slowest; }
+    int asked() const { return m_asked; }
+
+private:
+    LineClient m_client;
+    int m_asked = 0;
+    qint64 m_slowest = 0;
+};
+
+bool setNonBlocking(int fd)
+{
+    return ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK) == 0;
+}
+
+} // namespace
+
+class HostileTest : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<TempDataDir> m_dir;
+    std::unique_ptr<TovrenProcess> m_tovren;
+    quint16 m_port = 0;
+
+    qint64 resident() { return residentKiB(m_tovren->process().processId()); }
+
+private slots:
+    void initTestCase()
+    {
+        // Freed memory held back for use-after-free checks would hide what the cap saves.
+        qputenv("ASAN_OPTIONS", qgetenv("ASAN_OPTIONS") +
+                                    (qEnvironmentVariableIsEmpty("ASAN_OPTIONS") ? "" : ":") +
+                                    "quarantine_size_mb=16");
+        m_dir = std::make_unique<TempDataDir>();
+        m_tovren = std::make_unique<TovrenProcess>(*m_dir);
+        QVERIFY(m_tovren->writePreferences("{\"mcpServerEnabled\": true}"));
+        m_port = TovrenProcess::freePort();
+        QVERIFY(m_tovren->start({u"--headless"_s}, m_port));
+        QVERIFY(m_tovren->waitUntilListening(m_port));
+
+        LineClient writer(m_port);
+        for (int day = 0; day < bigDays; ++day) {
+            const auto answer = writer.call(toolCall(
+                QByteArray::number(day), "add_journal_entry",
+                {{u"content"_s, QString(u"Big page %1 "_s.arg(day) + QString(60000, u'b'))},
+                 {u"date"_s, bigFirstDay.addDays(day).toString(Qt::ISODate)}}));
+            QVERIFY(answer && succeeded(*answer));
+        }
+        const auto answer = writer.call(bigRead(99));
+        QVERIFY(answer && succeeded(*answer));
+    }
+
+    void cleanupTestCase()
+    {
+        if (m_tovren)
+            QVERIFY(m_tovren->stop(SIGTERM));
+    }
+
+    // Uncapped, its answers would come to some 600 MB.
+    void clientThatNeverReadsIsDroppedBeforeMemoryGrows()
+    {
+        Assistant assistant(m_port);
+        QVERIFY(assistant.ask());
+        const qint64 before = resident();
+
+        LineClient hoarder(m_port);
+        QVERIFY(hoarder.connected());
+        QVERIFY(setNonBlocking(hoarder.fd()));
+        int sent = 0;
+        qint64 peak = before;
+        bool dropped = false;
+        QElapsedTimer clock;
+        clock.start();
+        QByteArray pending;
+        while (!dropped && clock.elapsed() < 60000) {
+            if (pending.isEmpty() && sent < 1000) {
+                pending = bigRead(sent++) + '\n';
+            }
+            if (!pending.isEmpty()) {
+                const ssize_t taken =
+                    ::send(hoarder.fd(), pending.constData(), size_t(pending.size()), MSG_NOSIGNAL);
+                if (taken > 0)
+                    pending.remove(0, taken);
+                else if (errno != EAGAIN && errno != EWOULDBLOCK)
+                    dropped = true;
+                else
+                    QTest::qSleep(1);
+            } else {
+                // Nothing left to say: a peek shows the end without taking any answer.
+                char byte;
+                const ssize_t got = ::recv(hoarder.fd(), &byte, 1, MSG_PEEK);
+                dropped = got == 0 || (got < 0 && errno != EAGAIN && errno != EWOULDBLOCK);
+            }
+            if (sent % 20 == 0 || pending.isEmpty()) {
+                QVERIFY2(assistant.ask(), "the other assistant went unanswered");
+                peak = std::max(peak, resident());
+            }
+        }
+        peak = std::max(peak, resident());
+        const qint64 growthMiB = (peak - before) / 1024;
+        qInfo("dropped after %d requests sent; resident %lld MiB before, peak growth %lld MiB; "
+              "slowest answer to the other assistant %lld ms",
+              sent, before / 1024, growthMiB, assistant.slowestMs());
+        QVERIFY2(dropped, "a client that never reads kept its connection");
+        QVERIFY2(growthMiB < 128, qPrintable(u"grew %1 MiB"_s.arg(growthMiB)));
+        QVERIFY(assistant.ask());
+    }
+
+    void tenMegabytesWithoutNewlineDoesNotStopOthers()
+    {
+        Assistant assistant(m_port);
+        LineClient flood(m_port);
+        QVERIFY(flood.connected());
+        QVERIFY(setNonBlocking(flood.fd()));
+        const QByteArray chunk(256 * 1024, 'a');
+        qint64 total = 0;
+        const qint64 goal = 10 * 1024 * 1024;
+        QByteArray received;
+        char buffer[65536];
+        QElapsedTimer clock;
+        clock.start();
+        while (total < goal && clock.elapsed() < 120000) {
+            const ssize_t taken =
+                ::send(flood.fd(), chunk.constData(),
+                       size_t(std::min<qint64>(chunk.size(), goal - total)), MSG_NOSIGNAL);
+            if (taken > 0)
+                total += taken;
+            else
+                QVERIFY2(errno == EAGAIN || errno == EWOULDBLOCK, "the flood was cut off");
+            for (ssize_t got; (got = ::recv(flood.fd(), buffer, sizeof buffer, 0)) > 0;)
+                received.append(buffer, got);
+            QVERIFY2(assistant.ask(), "the other assistant went unanswered");
+        }
+        QCOMPARE(total, goal);
+
+        // Its next whole line is answered like anyone's.
+        const QByteArray last = "\n" + toolCall("\"last\"", "get_entries", {}) + '\n';
+        QVERIFY(flood.send(last));
+        for (int i = 0; i < 10000 && !received.contains("\"id\":\"last\""); ++i) {
+            const ssize_t got = ::recv(flood.fd(), buffer, sizeof buffer, 0);
+            if (got > 0)
+                received.append(buffer, got);
+            else
+                QTest::qSleep(1);
+        }
+        QVERIFY(received.contains("\"id\":\"last\""));
+        qInfo("10 MB flood took %lld ms; slowest answer to the other assistant %lld ms",
+              clock.elapsed(), assistant.slowestMs());
+        QVERIFY(assistant.ask());
+    }
+
+    void connectionChurnDoesNotStopOthers()
+    {
+        const int seconds = scaled("TOVREN_CHURN_SECONDS", 3);
+        Assistant assistant(m_port);
+        std::atomic<bool> done = false;
+        std::atomic<int> connects = 0;
+        std::atomic<int> refused = 0;
+        std::thread churn([&] {
+            QElapsedTimer clock;
+            clock.start();
+            // At most one a millisecond: a thousand a second.
+            for (qint64 next = 0; !done; ++next) {
+                while (clock.nsecsElapsed() < next * 1000000 && !done)
+                    std::this_thread::yield();
+                LineClient passer(m_port);
+                if (passer.connected())
+                    ++connects;
+                else
+                    ++refused;
+            }
+        });
+        QElapsedTimer clock;
+        clock.start();
+        bool served = true;
+        while (clock.elapsed() < seconds * 1000 && served)
+            served = assistant.ask();
+        done = true;
+        churn.join();
+        qInfo("%d connects (%d refused) in %d s while the other assistant was answered %d times, "
+              "slowest %lld ms",
+              connects.load(), refused.load(), seconds, assistant.asked(), assistant.slowestMs());
+        QVERIFY2(served, "the other assistant went unanswered");
+        QVERIFY(connects > 500 * seconds);
+        QVERIFY(assistant.ask());
+    }
+};
+
+QTEST_GUILESS_MAIN(HostileTest)
+#include "tst_hostile.moc"
