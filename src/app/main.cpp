@@ -4,12 +4,16 @@
 #include "TovrenApp.h"
 #include "bridge/MCPServer.h"
 #include "core/AppCalendar.h"
+#include "core/DataLocations.h"
 #include "core/store/StoreError.h"
+#include "platform/LaunchOptions.h"
+#include "platform/SingleInstance.h"
 #include "ui/MainWindow.h"
+#include "ui/TrayIcon.h"
 
 #include <QApplication>
-#include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QIcon>
 
 #include <cstdio>
 #include <cstring>
@@ -19,16 +23,49 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Without a window (headless, or only printing help or the version) no display is needed.
-bool needsWindow(int argc, char **argv)
+void nameApplication()
 {
-    for (int i = 1; i < argc; ++i) {
-        for (const char *option : {"--headless", "-h", "--help", "--help-all", "-v", "--version"}) {
-            if (std::strcmp(argv[i], option) == 0)
-                return false;
-        }
+    QCoreApplication::setApplicationName(u"tovren"_s);
+    QCoreApplication::setApplicationVersion(QStringLiteral(TOVREN_VERSION));
+}
+
+// A later start of tovren (or this one's own arguments) shown on the window.
+void present(const LaunchOptions &options, MainWindow &window)
+{
+    const bool asksForSomething = options.show || options.quickCapture || !options.links.isEmpty();
+    // Opening at login while Tovren already runs changes nothing on screen.
+    if (options.background && !asksForSomething)
+        return;
+    window.bringToFront();
+    for (const QUrl &link : options.links)
+        window.openLink(link);
+    if (options.quickCapture)
+        window.newEntry();
+}
+
+// The arguments go to the Tovren that already has this journal open; this process ends.
+int handOver(SingleInstance &instance, const LaunchOptions &options, const QStringList &arguments,
+             int &argc, char **argv)
+{
+    if (options.headless) {
+        std::fprintf(stderr, "%s\n",
+                     qPrintable(SingleInstance::alreadyRunningMessage(DataLocations::dataRoot())));
+        return 1;
     }
-    return true;
+    QCoreApplication application(argc, argv);
+    const SingleInstance::Answer answer = instance.forward(arguments.mid(1));
+    if (answer.accepted)
+        return 0;
+    std::fprintf(stderr, "%s\n", qPrintable(answer.message));
+    return 1;
+}
+
+void connectTray(TrayIcon &tray, MainWindow &window)
+{
+    QObject::connect(&tray, &TrayIcon::openRequested, &window, &MainWindow::bringToFront);
+    QObject::connect(&tray, &TrayIcon::newEntryRequested, &window, &MainWindow::newEntry);
+    QObject::connect(&tray, &TrayIcon::settingsRequested, &window, &MainWindow::showSettings);
+    QObject::connect(&tray, &TrayIcon::quitRequested, qApp, &QCoreApplication::quit);
 }
 
 } // namespace
@@ -36,32 +73,50 @@ bool needsWindow(int argc, char **argv)
 int main(int argc, char **argv)
 {
     // The bridge for assistants runs beside the application: no application object, no store,
-    // no display.
+    // no display, and as many of them as assistants want.
     if (argc >= 2 && std::strcmp(argv[1], "mcp") == 0)
         return StdioBridge::run(MCPServer::configuredPort());
 
-    // The face is chosen before the application object exists: without a window, no display
-    // connection is ever made.
-    std::unique_ptr<QCoreApplication> application =
-        needsWindow(argc, argv) ? std::make_unique<QApplication>(argc, argv)
-                                : std::make_unique<QCoreApplication>(argc, argv);
-    QCoreApplication::setApplicationName(u"tovren"_s);
-    QCoreApplication::setApplicationVersion(QStringLiteral(TOVREN_VERSION));
+    const QStringList arguments = LaunchOptions::fromArgv(argc, argv);
+    const LaunchOptions options = LaunchOptions::parse(arguments);
+    if (!options.error.isEmpty()) {
+        std::fprintf(stderr, "tovren: %s\n", qPrintable(options.error));
+        return 1;
+    }
+    if (options.help || options.version) {
+        QCoreApplication application(argc, argv);
+        nameApplication();
+        LaunchOptions::printAndExit(arguments);
+    }
 
-    QCommandLineParser parser;
-    parser.setApplicationDescription(u"Tovren, a private work journal."_s);
-    parser.addHelpOption();
-    parser.addVersionOption();
-    const QCommandLineOption headlessOption(u"headless"_s,
-                                            u"Run without a window, until SIGINT or SIGTERM."_s);
-    parser.addOption(headlessOption);
-    parser.process(*application);
-    const bool headless = parser.isSet(headlessOption);
+    // One Tovren per journal, settled before a display connection or the store exists.
+    SingleInstance instance(DataLocations::dataRoot());
+    const SingleInstance::Role role = instance.claim();
+    switch (role) {
+    case SingleInstance::Role::secondary:
+        return handOver(instance, options, arguments, argc, argv);
+    case SingleInstance::Role::unguarded:
+        std::fprintf(stderr, "tovren: %s\n", qPrintable(instance.problem()));
+        break;
+    case SingleInstance::Role::primary:
+        break;
+    }
+
+    // Without a window, no display connection is ever made.
+    std::unique_ptr<QCoreApplication> application =
+        options.headless ? std::make_unique<QCoreApplication>(argc, argv)
+                         : std::make_unique<QApplication>(argc, argv);
+    nameApplication();
 
     BenchProbe::install(*application);
     SignalWatcher watcher;
     QObject::connect(&watcher, &SignalWatcher::terminationRequested, application.get(),
                      &QCoreApplication::quit);
+    // Later starts wait for their answer until the event loop runs.
+    if (role == SingleInstance::Role::primary && !instance.listen())
+        std::fprintf(stderr, "tovren: %s\n", qPrintable(instance.problem()));
+    if (options.headless)
+        instance.setRefusal(SingleInstance::windowlessMessage(DataLocations::dataRoot()));
 
     TovrenApp tovren;
     try {
@@ -75,11 +130,15 @@ int main(int argc, char **argv)
     }
 
     std::unique_ptr<MainWindow> window;
-    if (headless) {
+    std::unique_ptr<TrayIcon> tray;
+    if (options.headless) {
         tovren.shellDidAppear();
     } else {
         QGuiApplication::setApplicationDisplayName(u"Tovren"_s);
-        // The window may close; Tovren keeps running until asked to quit.
+        QGuiApplication::setDesktopFileName(u"tovren"_s);
+        QGuiApplication::setWindowIcon(QIcon(u":/icons/tovren.svg"_s));
+        // The window may close; Tovren keeps running until asked to quit, reached again through
+        // the tray or another start of tovren.
         QApplication::setQuitOnLastWindowClosed(false);
         QObject::connect(qGuiApp, &QGuiApplication::applicationStateChanged, &tovren,
                          [&tovren](Qt::ApplicationState state) {
@@ -91,9 +150,21 @@ int main(int argc, char **argv)
                                  tovren.saveNow();
                          });
         window = std::make_unique<MainWindow>(tovren);
-        window->show();
+        tray = std::make_unique<TrayIcon>(tovren.preferences());
+        connectTray(*tray, *window);
+        QObject::connect(&instance, &SingleInstance::received, window.get(),
+                         [&window](const QStringList &forwarded) {
+                             present(LaunchOptions::parse(QStringList{u"tovren"_s} + forwarded),
+                                     *window);
+                         });
+        // Opened at login: the page stays hidden, but the start-up work runs as if it showed.
+        if (options.background)
+            tovren.shellDidAppear();
+        else
+            present(options, *window);
     }
     const int status = application->exec();
+    tray.reset();
     window.reset();
     tovren.saveNow();
     return status;
