@@ -47,7 +47,7 @@ QStringList namesIn(const QByteArray &body, const QString &listField, const QStr
 } // namespace
 
 QCoro::Task<QStringList> fetch(const AIContext &context, AIProvider provider, QString apiKey,
-                               std::chrono::milliseconds timeout)
+                               std::optional<QUrl> customBase, std::chrono::milliseconds timeout)
 {
     QNetworkAccessManager &network = context.network;
     QNetworkRequest request;
@@ -73,8 +73,10 @@ QCoro::Task<QStringList> fetch(const AIContext &context, AIProvider provider, QS
         nameField = u"name"_s;
         break;
     case AIProvider::custom: {
-        const auto base = AIProviders::normalizedBase(
-            context.preferences.value(Prefs::aiBaseUrlCustom).value_or(QString()));
+        const auto base =
+            customBase ? customBase
+                       : AIProviders::normalizedBase(
+                             context.preferences.value(Prefs::aiBaseUrlCustom).value_or(QString()));
         if (!base)
             co_return QStringList();
         request.setUrl(withPath(*base, u"/models"_s));
@@ -146,12 +148,13 @@ bool canLoadModels(const Preferences &preferences, AIProvider provider, const QS
     }
 }
 
-QCoro::Task<bool> refresh(const AIContext &context, AIProvider provider, QString apiKey)
+QCoro::Task<bool> refresh(const AIContext &context, AIProvider provider, QString apiKey,
+                          std::optional<QUrl> customBase)
 {
     Preferences &preferences = context.preferences;
     QStringList names;
     try {
-        names = co_await fetch(context, provider, apiKey);
+        names = co_await fetch(context, provider, apiKey, customBase);
     } catch (const AIClientError &) {
         co_return false;
     }

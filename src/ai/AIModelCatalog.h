@@ -4,10 +4,12 @@
 
 #include <QDateTime>
 #include <QStringList>
+#include <QUrl>
 
 #include <qcoro/qcorotask.h>
 
 #include <chrono>
+#include <optional>
 
 struct AIContext;
 class Preferences;
@@ -18,8 +20,10 @@ namespace AIModelCatalog {
 
 inline constexpr qint64 refreshAfterSeconds = 1296000;
 
-// The sorted model names. Throws AIClientError when the list can't be had.
+// The sorted model names. Throws AIClientError when the list can't be had. For the custom
+// provider, customBase stands in for the stored address, as while one is being typed.
 QCoro::Task<QStringList> fetch(const AIContext &context, AIProvider provider, QString apiKey,
+                               std::optional<QUrl> customBase = std::nullopt,
                                std::chrono::milliseconds timeout = std::chrono::seconds(60));
 
 QStringList cached(const Preferences &preferences, AIProvider provider);
@@ -29,6 +33,7 @@ bool isStale(const Preferences &preferences, AIProvider provider, const QDateTim
 bool canLoadModels(const Preferences &preferences, AIProvider provider, const QString &apiKey);
 // Fetches and keeps the list and the time; a failure leaves the cache as it was and is
 // reported as false.
-QCoro::Task<bool> refresh(const AIContext &context, AIProvider provider, QString apiKey);
+QCoro::Task<bool> refresh(const AIContext &context, AIProvider provider, QString apiKey,
+                          std::optional<QUrl> customBase = std::nullopt);
 
 } // namespace AIModelCatalog

@@ -68,6 +68,11 @@ inline Optional<double> aiModelsFetchedAt(const QString &provider)
 {
     return {QStringLiteral("ai-models-fetchedAt-") + provider, std::nullopt};
 }
+// Whether the user agreed that prompts may go to this provider.
+inline PrefKey<bool> aiConsent(const QString &provider)
+{
+    return {QStringLiteral("aiConsent.") + provider, false};
+}
 inline const Optional<QString> aiOutputLanguage{QStringLiteral("aiOutputLanguage"), std::nullopt};
 inline const Optional<QString> aiDetectedJournalLanguage{
     QStringLiteral("aiDetectedJournalLanguage"), std::nullopt};

@@ -1,0 +1,90 @@
+#pragma once
+
+#include "ai/AIContext.h"
+#include "ai/AIProvider.h"
+
+#include <QStringList>
+#include <QUrl>
+#include <QWidget>
+
+#include <qcoro/qcorotask.h>
+
+#include <optional>
+
+class QComboBox;
+class QFormLayout;
+class QGroupBox;
+class QLabel;
+class QLineEdit;
+class QPushButton;
+class QTimer;
+class QToolButton;
+
+// Settings → AI: which provider writes for the user, its key, model and address, a test of the
+// connection, and the answer to an assistant's request to use another endpoint.
+class AIProviderPane : public QWidget {
+    Q_OBJECT
+public:
+    explicit AIProviderPane(AIContext context, QWidget *parent = nullptr);
+
+    // An address an assistant asked Tovren to use; nothing hides the request.
+    void setPendingEndpoint(std::optional<QUrl> endpoint);
+
+signals:
+    void pendingEndpointApproved(const QUrl &endpoint);
+    void pendingEndpointDeclined(const QUrl &endpoint);
+    // Loading, fetching, detecting, saving or testing has finished; for tests and the window.
+    void settled();
+
+private:
+    AIProvider provider() const;
+    void providerPicked();
+    void updateRows();
+    void updateModelHint();
+    void showModels(const QStringList &models);
+    void flash(const QString &text);
+    // Asks before the first key of a remote provider is saved; false when the user declined.
+    bool consentGiven();
+    void start(QCoro::Task<> &&task);
+
+    QCoro::Task<> loadForCurrentProvider();
+    QCoro::Task<> refreshModels(bool announceNothingNew);
+    QCoro::Task<> detectAndRefresh();
+    QCoro::Task<> saveCurrent();
+    QCoro::Task<> removeCurrent();
+    QCoro::Task<> runTest();
+
+    AIContext m_context;
+    int m_loadGeneration = 0;
+    bool m_hasStoredKey = false;
+    bool m_isFetchingModels = false;
+    bool m_isDetecting = false;
+    bool m_isTesting = false;
+    std::optional<QUrl> m_pendingEndpoint;
+
+    QFormLayout *m_form = nullptr;
+    QComboBox *m_provider = nullptr;
+    QLabel *m_where = nullptr;
+    QLabel *m_onDeviceStatus = nullptr;
+    QLineEdit *m_address = nullptr;
+    QLabel *m_addressHint = nullptr;
+    QLabel *m_detected = nullptr;
+    QWidget *m_keyRow = nullptr;
+    QLineEdit *m_key = nullptr;
+    QPushButton *m_terminalKey = nullptr;
+    QLabel *m_keyHint = nullptr;
+    QLabel *m_keyFallback = nullptr;
+    QWidget *m_modelRow = nullptr;
+    QComboBox *m_model = nullptr;
+    QToolButton *m_reload = nullptr;
+    QLabel *m_modelHint = nullptr;
+    QLabel *m_catalogNote = nullptr;
+    QPushButton *m_save = nullptr;
+    QPushButton *m_removeKey = nullptr;
+    QPushButton *m_test = nullptr;
+    QLabel *m_savedNote = nullptr;
+    QLabel *m_testResult = nullptr;
+    QTimer *m_savedNoteTimer = nullptr;
+    QGroupBox *m_pending = nullptr;
+    QLabel *m_pendingTitle = nullptr;
+};
