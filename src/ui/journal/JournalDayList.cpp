@@ -50,7 +50,7 @@ public:
             font.setPointSizeF(font.pointSizeF() * 0.85);
             font.setWeight(QFont::DemiBold);
             painter->setFont(font);
-            painter->setPen(muted);
+            painter->setPen(blend(text, window, 0.35));
             painter->drawText(rect.adjusted(8, 12, -8, -2), Qt::AlignLeft | Qt::AlignBottom,
                               index.data(Qt::DisplayRole).toString().toUpper());
             painter->restore();

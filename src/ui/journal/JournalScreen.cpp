@@ -57,6 +57,8 @@ QToolButton *headerButton(const QString &text, const QString &tip, QWidget *pare
     button->setToolButtonStyle(Qt::ToolButtonTextOnly);
     button->setPopupMode(QToolButton::InstantPopup);
     button->setFocusPolicy(Qt::TabFocus);
+    // The words say what the buttons do; the menu arrows only add noise.
+    button->setStyleSheet(u"QToolButton::menu-indicator { image: none; width: 0px; }"_s);
     return button;
 }
 
@@ -128,10 +130,10 @@ JournalScreen::JournalScreen(TovrenApp &app, QWidget *parent)
     topRow->addWidget(m_more);
     headerLayout->addLayout(topRow);
     QFont titleFont = m_title->font();
-    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.9);
+    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.5);
     titleFont.setWeight(QFont::DemiBold);
     m_title->setFont(titleFont);
-    m_title->setContentsMargins(0, 10, 0, 0);
+    m_title->setContentsMargins(0, 8, 0, 4);
     headerLayout->addWidget(m_title);
     m_status->setWordWrap(true);
     m_status->hide();
@@ -139,7 +141,7 @@ JournalScreen::JournalScreen(TovrenApp &app, QWidget *parent)
     pageLayout->addWidget(header);
     pageLayout->addWidget(m_editor, 1);
     connect(m_editor, &JournalTextEdit::columnChanged, header, [headerLayout](int left, int right) {
-        headerLayout->setContentsMargins(left - 6, 22, std::max(12, right - 6), 0);
+        headerLayout->setContentsMargins(left, 22, std::max(12, right - 6), 0);
     });
 
     auto *layout = new QHBoxLayout(this);

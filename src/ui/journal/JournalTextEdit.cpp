@@ -33,6 +33,8 @@ constexpr int columnWidth = 700;
 constexpr int minimumSideMargin = 40;
 constexpr int quoteIndent = 20;
 constexpr int codeIndent = 14;
+// Highlighter colours are light in both themes.
+const QColor highlightedTextColor(0x1d, 0x1d, 0x1f);
 
 QColor blend(const QColor &a, const QColor &b, double amountOfB)
 {
@@ -81,8 +83,12 @@ QTextBlockFormat decorated(QTextBlockFormat format, LineFormatting kind)
     format.setTopMargin(top);
     format.setBottomMargin(bottom);
     format.setLeftMargin(left);
-    format.setLineHeight(kind == LineFormatting::code ? 115 : 135,
-                         QTextBlockFormat::ProportionalHeight);
+    if (kind == LineFormatting::code) {
+        format.clearProperty(QTextFormat::LineHeight);
+        format.clearProperty(QTextFormat::LineHeightType);
+    } else {
+        format.setLineHeight(135, QTextBlockFormat::ProportionalHeight);
+    }
     return format;
 }
 
@@ -278,14 +284,73 @@ QList<EntryMarkup::MentionTarget> JournalTextEdit::mentionTargets() const
 
 void JournalTextEdit::styleBlock(const QTextBlock &block, bool withMarks)
 {
-    if (inTable(block))
+    if (QTextTable *table = QTextCursor(block).currentTable()) {
+        styleTable(table);
         return;
+    }
     if (withMarks)
         EntryMarkup::restyleBlock(block, m_people);
-    const QTextBlockFormat wanted =
-        decorated(block.blockFormat(), EntryMarkup::lineFormatting(block));
+    const LineFormatting kind = EntryMarkup::lineFormatting(block);
+    const QTextBlockFormat wanted = decorated(block.blockFormat(), kind);
     if (wanted != block.blockFormat())
         QTextCursor(block).setBlockFormat(wanted);
+    if (kind == LineFormatting::code)
+        return;
+
+    // Colours the stored text has no word for: the user's links, and dark words on the light
+    // highlighter colours whatever the theme.
+    QList<std::tuple<int, int, QTextCharFormat>> changes;
+    for (auto it = block.begin(); !it.atEnd(); ++it) {
+        const QTextFragment fragment = it.fragment();
+        QTextCharFormat format = fragment.charFormat();
+        if (format.isImageFormat() || format.boolProperty(EntryMarkup::DerivedLinkProperty))
+            continue;
+        std::optional<QColor> colour;
+        if (format.hasProperty(EntryMarkup::HighlightProperty))
+            colour = highlightedTextColor;
+        else if (format.isAnchor())
+            colour = linkColor();
+        const bool has = format.hasProperty(QTextFormat::ForegroundBrush);
+        if (colour && (!has || format.foreground().color() != *colour)) {
+            format.setForeground(*colour);
+            changes.append({fragment.position(), fragment.length(), format});
+        } else if (!colour && has) {
+            format.clearForeground();
+            changes.append({fragment.position(), fragment.length(), format});
+        }
+    }
+    for (const auto &[position, length, format] : changes) {
+        QTextCursor cursor(document());
+        cursor.setPosition(position);
+        cursor.setPosition(position + length, QTextCursor::KeepAnchor);
+        cursor.setCharFormat(format);
+    }
+}
+
+QColor JournalTextEdit::linkColor() const
+{
+    // Some dark themes keep the light theme's link blue, which can't be read on them.
+    const QColor link = palette().color(QPalette::Link);
+    const int contrast = std::abs(link.lightness() - palette().color(QPalette::Base).lightness());
+    return contrast < 100 ? link.lighter(180) : link;
+}
+
+void JournalTextEdit::styleTable(QTextTable *table)
+{
+    QTextTableFormat format = table->format();
+    const QColor text = palette().color(QPalette::Text);
+    const QColor base = palette().color(QPalette::Base);
+    QTextTableFormat wanted = format;
+    wanted.setBorderCollapse(true);
+    wanted.setBorder(1);
+    wanted.setBorderBrush(blend(base, text, 0.22));
+    wanted.setBorderStyle(QTextFrameFormat::BorderStyle_Solid);
+    wanted.setCellPadding(7);
+    wanted.setCellSpacing(0);
+    wanted.setTopMargin(10);
+    wanted.setBottomMargin(10);
+    if (wanted != format)
+        table->setFormat(wanted);
 }
 
 void JournalTextEdit::styleAll()
@@ -700,10 +765,21 @@ void JournalTextEdit::paintEvent(QPaintEvent *event)
             if (inTable(block))
                 continue;
             switch (EntryMarkup::lineFormatting(block)) {
-            case LineFormatting::code:
-                painter.fillRect(QRectF(rect.left(), rect.top(), rect.width(), rect.height()),
+            case LineFormatting::code: {
+                // One panel across the column, without seams between its lines.
+                const auto isCode = [](const QTextBlock &b) {
+                    return b.isValid() && EntryMarkup::lineFormatting(b) == LineFormatting::code;
+                };
+                const QTextBlock next = block.next();
+                const double top = rect.top() - (isCode(block.previous()) ? 0 : 6);
+                const double bottom = isCode(next)
+                                          ? layout->blockBoundingRect(next).translated(offset).top()
+                                          : rect.bottom() + 6;
+                const double right = viewport()->width() - document()->documentMargin();
+                painter.fillRect(QRectF(rect.left(), top, right - rect.left(), bottom - top),
                                  blend(base, text, 0.06));
                 break;
+            }
             case LineFormatting::quote:
                 painter.fillRect(QRectF(rect.left() + 2, rect.top() + 2, 3, rect.height() - 4),
                                  blend(base, text, 0.3));
@@ -743,6 +819,13 @@ void JournalTextEdit::changeEvent(QEvent *event)
     QTextEdit::changeEvent(event);
     if (event->type() == QEvent::FontChange || event->type() == QEvent::ApplicationFontChange)
         applyBaseFont();
+    if (event->type() == QEvent::PaletteChange && !m_loading) {
+        // Colours drawn into the page follow the theme; this is no edit of the user's.
+        const bool undo = document()->isUndoRedoEnabled();
+        document()->setUndoRedoEnabled(false);
+        styleAll();
+        document()->setUndoRedoEnabled(undo);
+    }
 }
 
 void JournalTextEdit::insertTable()

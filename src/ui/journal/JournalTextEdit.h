@@ -15,6 +15,7 @@
 class PickerPopup;
 class QAction;
 class QMenu;
+class QTextTable;
 
 // The page: stored text shown as styled text with its marks hidden. Every key and menu command
 // is handed to the writing rules; this class only routes events, draws the block decoration
@@ -91,6 +92,8 @@ private:
     void onContentsChanged();
     void styleBlock(const QTextBlock &block, bool withMarks);
     void styleAll();
+    void styleTable(QTextTable *table);
+    QColor linkColor() const;
     void applyBaseFont();
     void centerColumn();
     QList<EntryMarkup::MentionTarget> mentionTargets() const;
