@@ -1,0 +1,308 @@
+#include "../ai/FakeHttpServer.h"
+#include "TestSupport.h"
+
+#include "ai/AIKeyStore.h"
+#include "ai/OnDeviceModel.h"
+#include "core/PreferenceKeys.h"
+#include "core/Preferences.h"
+#include "ui/Dialogs.h"
+#include "ui/settings/AIProviderPane.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QGroupBox>
+#include <QJsonArray>
+#include <QLabel>
+#include <QLineEdit>
+#include <QNetworkAccessManager>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+template<class T>
+T *child(QWidget *parent, const QString &name)
+{
+    T *found = parent->findChild<T *>(name);
+    if (!found)
+        qFatal("no child %s", qPrintable(name));
+    return found;
+}
+
+const QByteArray openAIReply = "{\"choices\":[{\"message\":{\"content\":\"OK\"}}]}";
+
+// One pane over its own preferences, key store and local servers.
+struct Fixture {
+    TempDataDir dir;
+    Preferences preferences{dir.configDir() + u"/preferences.json"_s};
+    MemorySecretStore secrets;
+    AIKeyStore keys{secrets, dir.configDir() + u"/ai-keys.json"_s};
+    QNetworkAccessManager network;
+    FakeHttpServer provider;
+    FakeHttpServer ollama;
+    std::unique_ptr<AIProviderPane> pane;
+
+    explicit Fixture(const QString &storedProvider)
+    {
+        preferences.setText(Prefs::aiProvider.name, storedProvider);
+        ollama.answer(200, "{\"models\":[]}");
+    }
+    void open()
+    {
+        pane = std::make_unique<AIProviderPane>(
+            AIContext{preferences, keys, network,
+                      ProviderHosts{provider.url(), provider.url(), provider.url()}, ollama.url()});
+        pane->show();
+    }
+    template<class T>
+    T *find(const QString &name)
+    {
+        return child<T>(pane.get(), name);
+    }
+    void click(const QString &name) { QTest::mouseClick(find<QPushButton>(name), Qt::LeftButton); }
+};
+
+} // namespace
+
+class TestAIProviderPane : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init() { Dialogs::takeAskedQuestions(); }
+    void consentBeforeTheFirstKey_data();
+    void consentBeforeTheFirstKey();
+    void testButton_data();
+    void testButton();
+    void onDeviceStatus_data();
+    void onDeviceStatus();
+    void customAddressIsDetected();
+    void modelHints_data();
+    void modelHints();
+    void pendingEndpoint();
+    void terminalKey();
+};
+
+void TestAIProviderPane::consentBeforeTheFirstKey_data()
+{
+    QTest::addColumn<bool>("agree");
+    QTest::newRow("declined") << false;
+    QTest::newRow("agreed") << true;
+}
+
+void TestAIProviderPane::consentBeforeTheFirstKey()
+{
+    QFETCH(bool, agree);
+    Fixture f(u"claude"_s);
+    f.provider.answer(200, "{\"data\":[]}");
+    f.open();
+    QTest::keyClicks(f.find<QLineEdit>(u"apiKey"_s), u"sk-ant-new"_s);
+    Dialogs::queueAnswers({agree});
+    QSignalSpy settled(f.pane.get(), &AIProviderPane::settled);
+    f.click(u"save"_s);
+
+    const auto asked = Dialogs::takeAskedQuestions();
+    QCOMPARE(asked.size(), 1);
+    QCOMPARE(asked.first().acceptLabel, u"I understand, enable"_s);
+    QVERIFY(asked.first().text.startsWith(u"Saving this key routes every Tovren summary, recap, "
+                                          u"and insight through Anthropic Claude."_s));
+    QVERIFY(asked.first().text.contains(u"They leave your computer"_s));
+    QVERIFY(!asked.first().text.contains(u"Mac"_s));
+    if (!agree) {
+        QTest::qWait(50);
+        QVERIFY(f.secrets.items.isEmpty());
+        QVERIFY(!f.preferences.value(Prefs::aiConsent(u"claude"_s)));
+        return;
+    }
+    QTRY_COMPARE(f.find<QLabel>(u"savedNote"_s)->text(), u"Saved"_s);
+    QCOMPARE(f.secrets.items.value(u"ai-key-claude"_s), u"sk-ant-new"_s);
+    QVERIFY(f.preferences.value(Prefs::aiConsent(u"claude"_s)));
+    QCOMPARE(f.preferences.value(Prefs::aiModel(u"claude"_s)), std::optional(u"claude-opus-5"_s));
+
+    // With a key stored, saving again asks nothing.
+    f.click(u"save"_s);
+    QVERIFY(Dialogs::takeAskedQuestions().isEmpty());
+}
+
+void TestAIProviderPane::testButton_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("ok") << 200 << openAIReply << u"Connection OK"_s;
+    QTest::newRow("rejected key")
+        << 401 << QByteArray("{}")
+        << u"The API key was rejected. Re-enter it in Settings → AI Provider."_s;
+    QTest::newRow("rate limited") << 429 << QByteArray()
+                                  << u"Rate limited by the AI provider. Try again in a moment."_s;
+}
+
+void TestAIProviderPane::testButton()
+{
+    QFETCH(int, status);
+    QFETCH(QByteArray, body);
+    QFETCH(QString, expected);
+    Fixture f(u"openai"_s);
+    f.secrets.items.insert(u"ai-key-openai"_s, u"sk-stored"_s);
+    f.preferences.set(Prefs::aiModelsCache(u"openai"_s), QStringList{u"gpt-4o"_s});
+    f.preferences.set(Prefs::aiModelsFetchedAt(u"openai"_s),
+                      double(Clock::now().toSecsSinceEpoch()));
+    f.provider.setHandler([&](const FakeHttpServer::Request &request) {
+        if (request.path() == u"/v1/chat/completions"_s)
+            return FakeHttpServer::Response{status, body, {}, false};
+        return FakeHttpServer::Response{404, {}, {}, false};
+    });
+    f.open();
+    QTRY_COMPARE(f.find<QLineEdit>(u"apiKey"_s)->text(), u"sk-stored"_s);
+    f.click(u"test"_s);
+    QTRY_COMPARE(f.find<QLabel>(u"testResult"_s)->text(), expected);
+    QVERIFY(Dialogs::takeAskedQuestions().isEmpty());
+    const auto &sent = f.provider.requests().last();
+    QCOMPARE(sent.headers.value("authorization"), "Bearer sk-stored");
+    QCOMPARE(sent.json().value(u"messages"_s).toArray().size(), 1);
+    QCOMPARE(sent.json()[u"messages"_s][0][u"content"_s].toString(), u"Reply with the word OK."_s);
+}
+
+void TestAIProviderPane::onDeviceStatus_data()
+{
+    QTest::addColumn<int>("status"); // 0: nothing listening
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QString>("expected");
+    QTest::addColumn<QStringList>("models");
+    QTest::newRow("ready") << 200 << QByteArray("{\"models\":[{\"name\":\"llama3.2:3b\"}]}")
+                           << u"The on-device model is ready."_s << QStringList{u"llama3.2:3b"_s};
+    QTest::newRow("not ready") << 200 << QByteArray("{\"models\":[]}")
+                               << OnDeviceModel::statusText(AppleModelStatus::notReady)
+                               << QStringList();
+    QTest::newRow("nothing running")
+        << 0 << QByteArray() << OnDeviceModel::statusText(AppleModelStatus::notEnabled)
+        << QStringList();
+}
+
+void TestAIProviderPane::onDeviceStatus()
+{
+    QFETCH(int, status);
+    QFETCH(QByteArray, body);
+    QFETCH(QString, expected);
+    QFETCH(QStringList, models);
+    Fixture f(u"appleFoundation"_s);
+    f.ollama.answer(status, body);
+    if (status == 0)
+        f.ollama.close();
+    f.open();
+    QTRY_COMPARE(f.find<QLabel>(u"onDeviceStatus"_s)->text(), expected);
+    QCOMPARE(f.find<QLabel>(u"endpointDescription"_s)->text(),
+             u"The on-device model. Your writing is processed on this computer."_s);
+    auto *model = f.find<QComboBox>(u"model"_s);
+    QStringList listed;
+    for (int i = 0; i < model->count(); ++i)
+        listed.append(model->itemText(i));
+    QCOMPARE(listed, models);
+    QVERIFY(!f.find<QLineEdit>(u"apiKey"_s)->isVisible());
+}
+
+void TestAIProviderPane::customAddressIsDetected()
+{
+    Fixture f(u"custom"_s);
+    f.provider.setHandler([](const FakeHttpServer::Request &request) {
+        if (request.path() == u"/v1/models"_s)
+            return FakeHttpServer::Response{
+                200, "{\"data\":[{\"id\":\"claude-local\"},{\"id\":\"another\"}]}", {}, false};
+        return FakeHttpServer::Response{404, {}, {}, false};
+    });
+    f.open();
+    auto *address = f.find<QLineEdit>(u"baseURL"_s);
+    QVERIFY(address->isVisible());
+    QCOMPARE(f.find<QLabel>(u"modelHint"_s)->text(), u"Enter an address to load models"_s);
+    QTest::keyClicks(address, f.provider.url(u"/v1/messages"_s).toString());
+    emit address->editingFinished();
+    QTRY_COMPARE(f.find<QLabel>(u"detectedFormat"_s)->text(),
+                 u"Connected. Using the Anthropic format."_s);
+    QCOMPARE(f.preferences.value(Prefs::aiWireFormatCustom), std::optional(u"anthropic"_s));
+    auto *model = f.find<QComboBox>(u"model"_s);
+    QTRY_COMPARE(model->count(), 2);
+    QCOMPARE(model->itemText(0), u"another"_s);
+    // Nothing is sent anywhere to chat, and the address waits for Save.
+    for (const auto &request : f.provider.requests())
+        QCOMPARE(request.method, "GET");
+    QVERIFY(!f.preferences.value(Prefs::aiBaseUrlCustom));
+
+    // No key on a custom endpoint: consent still comes first, then the address is kept.
+    Dialogs::queueAnswers({true});
+    f.click(u"save"_s);
+    QTRY_COMPARE(f.find<QLabel>(u"savedNote"_s)->text(), u"Saved"_s);
+    QCOMPARE(f.preferences.value(Prefs::aiBaseUrlCustom),
+             std::optional(f.provider.url(u"/v1"_s).toString()));
+    QCOMPARE(f.find<QLabel>(u"endpointDescription"_s)->text(),
+             u"Your prompts go to 127.0.0.1, and nowhere else."_s);
+}
+
+void TestAIProviderPane::modelHints_data()
+{
+    QTest::addColumn<QString>("provider");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("claude without key") << u"claude"_s << u"Enter your key to load models"_s;
+    QTest::newRow("gemini without key") << u"gemini"_s << u"Enter your key to load models"_s;
+    QTest::newRow("custom without address") << u"custom"_s << u"Enter an address to load models"_s;
+}
+
+void TestAIProviderPane::modelHints()
+{
+    QFETCH(QString, provider);
+    QFETCH(QString, expected);
+    Fixture f(provider);
+    f.open();
+    QTRY_COMPARE(f.find<QLabel>(u"modelHint"_s)->text(), expected);
+    QVERIFY(f.provider.requests().isEmpty());
+}
+
+void TestAIProviderPane::pendingEndpoint()
+{
+    Fixture f(u"appleFoundation"_s);
+    f.provider.answer(404, {});
+    f.open();
+    auto *block = f.find<QGroupBox>(u"pendingEndpoint"_s);
+    QVERIFY(!block->isVisible());
+
+    const QUrl asked(u"https://llm.corp.example/v1"_s);
+    f.pane->setPendingEndpoint(asked);
+    QVERIFY(block->isVisible());
+    QCOMPARE(f.find<QLabel>(u"pendingEndpointTitle"_s)->text(),
+             u"An app asked to connect Tovren to llm.corp.example"_s);
+    QSignalSpy declined(f.pane.get(), &AIProviderPane::pendingEndpointDeclined);
+    f.click(u"declineEndpoint"_s);
+    QCOMPARE(declined.size(), 1);
+    QVERIFY(!block->isVisible());
+    QCOMPARE(f.preferences.value(Prefs::aiProvider), u"appleFoundation"_s);
+
+    const QUrl local = f.provider.url(u"/v1"_s);
+    f.pane->setPendingEndpoint(local);
+    QSignalSpy approved(f.pane.get(), &AIProviderPane::pendingEndpointApproved);
+    f.click(u"approveEndpoint"_s);
+    QCOMPARE(approved.size(), 1);
+    QCOMPARE(approved.first().first().toUrl(), local);
+    QCOMPARE(f.preferences.value(Prefs::aiProvider), u"custom"_s);
+    QCOMPARE(f.find<QLineEdit>(u"baseURL"_s)->text(), local.toString());
+    QTRY_VERIFY(!f.provider.requests().isEmpty());
+}
+
+void TestAIProviderPane::terminalKey()
+{
+    qputenv("GEMINI_API_KEY", "  AIza-from-shell  ");
+    Fixture f(u"gemini"_s);
+    f.provider.answer(200, "{\"models\":[{\"name\":\"models/gemini-2.5-flash\"}]}");
+    f.open();
+    auto *button = f.find<QPushButton>(u"useTerminalKey"_s);
+    QVERIFY(button->isVisible());
+    f.click(u"useTerminalKey"_s);
+    QCOMPARE(f.find<QLineEdit>(u"apiKey"_s)->text(), u"AIza-from-shell"_s);
+    // Filling the field saves nothing.
+    QTest::qWait(50);
+    QVERIFY(f.secrets.items.isEmpty());
+    qunsetenv("GEMINI_API_KEY");
+}
+
+QTEST_MAIN(TestAIProviderPane)
+#include "tst_aiproviderpane.moc"
