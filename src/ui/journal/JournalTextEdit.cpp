@@ -122,11 +122,13 @@ JournalTextEdit::JournalTextEdit(QWidget *parent)
     , m_popup(new PickerPopup(viewport()))
 {
     setAcceptRichText(false);
+    setPlaceholderText(tr("Write about your day. Type / for headings, lists, tables and more."));
     setFrameShape(QFrame::NoFrame);
     setTabChangesFocus(false);
     setAutoFillBackground(true);
     setBackgroundRole(QPalette::Base);
     viewport()->setMouseTracking(true);
+    applyPlaceholderColor();
     document()->setDocumentMargin(4);
     applyBaseFont();
 
@@ -819,6 +821,8 @@ void JournalTextEdit::changeEvent(QEvent *event)
     QTextEdit::changeEvent(event);
     if (event->type() == QEvent::FontChange || event->type() == QEvent::ApplicationFontChange)
         applyBaseFont();
+    if (event->type() == QEvent::PaletteChange)
+        applyPlaceholderColor();
     if (event->type() == QEvent::PaletteChange && !m_loading) {
         // Colours drawn into the page follow the theme; this is no edit of the user's.
         const bool undo = document()->isUndoRedoEnabled();
@@ -826,6 +830,18 @@ void JournalTextEdit::changeEvent(QEvent *event)
         styleAll();
         document()->setUndoRedoEnabled(undo);
     }
+}
+
+void JournalTextEdit::applyPlaceholderColor()
+{
+    // Themes that leave the placeholder role alone get a hint that can be read but stays quiet.
+    const QColor wanted =
+        blend(palette().color(QPalette::Base), palette().color(QPalette::Text), 0.45);
+    if (palette().color(QPalette::PlaceholderText) == wanted)
+        return;
+    QPalette adjusted = palette();
+    adjusted.setColor(QPalette::PlaceholderText, wanted);
+    setPalette(adjusted);
 }
 
 void JournalTextEdit::insertTable()

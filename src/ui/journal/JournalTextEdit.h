@@ -94,6 +94,7 @@ private:
     void styleAll();
     void styleTable(QTextTable *table);
     QColor linkColor() const;
+    void applyPlaceholderColor();
     void applyBaseFont();
     void centerColumn();
     QList<EntryMarkup::MentionTarget> mentionTargets() const;

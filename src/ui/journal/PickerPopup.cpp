@@ -3,11 +3,20 @@
 #include <QListWidget>
 #include <QVBoxLayout>
 
+using namespace Qt::StringLiterals;
+
 PickerPopup::PickerPopup(QWidget *parent)
     : QFrame(parent)
     , m_view(new QListWidget(this))
 {
-    setFrameShape(QFrame::StyledPanel);
+    setObjectName(u"pickerPopup"_s);
+    setStyleSheet(u"#pickerPopup { border: 1px solid palette(mid); border-radius: 6px;"
+                  u" background: palette(base); }"
+                  u" QListWidget { background: palette(base); }"
+                  u" QListWidget::item { padding: 4px 10px; border-radius: 4px;"
+                  u" color: palette(text); }"
+                  u" QListWidget::item:selected { background: palette(highlight);"
+                  u" color: palette(highlighted-text); }"_s);
     setFocusPolicy(Qt::NoFocus);
     setAutoFillBackground(true);
     setBackgroundRole(QPalette::Base);
@@ -16,7 +25,7 @@ PickerPopup::PickerPopup(QWidget *parent)
     m_view->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     m_view->setUniformItemSizes(true);
     auto *layout = new QVBoxLayout(this);
-    layout->setContentsMargins(2, 2, 2, 2);
+    layout->setContentsMargins(4, 4, 4, 4);
     layout->addWidget(m_view);
     connect(m_view, &QListWidget::itemClicked, this,
             [this](QListWidgetItem *item) { emit chosen(m_view->row(item)); });
@@ -36,9 +45,9 @@ void PickerPopup::open(const QStringList &rows, const QRect &anchor)
         m_view->addItems(rows);
     }
     const int rowHeight = m_view->sizeHintForRow(0);
-    const int visible = std::min(int(rows.size()), 8);
-    const int width = std::max(200, m_view->sizeHintForColumn(0) + 24);
-    const int height = rowHeight * visible + 6;
+    const int visible = std::min(int(rows.size()), 10);
+    const int width = std::max(220, m_view->sizeHintForColumn(0) + 32);
+    const int height = rowHeight * visible + 10;
     QPoint at = anchor.bottomLeft() + QPoint(0, 4);
     if (parentWidget() && at.y() + height > parentWidget()->height())
         at.setY(std::max(0, anchor.top() - height - 4));
