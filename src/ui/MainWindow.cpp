@@ -4,11 +4,13 @@
 #include "bridge/MCPServer.h"
 #include "core/Notices.h"
 #include "core/Preferences.h"
+#include "journal/JournalScreen.h"
 #include "settings/DataPane.h"
 #include "settings/GeneralPane.h"
 #include "settings/JournalPane.h"
 #include "settings/MCPConnectorSection.h"
 #include "settings/SettingsWindow.h"
+#include "ui/Theme.h"
 #include "writing/EditorLink.h"
 
 #include <QApplication>
@@ -27,8 +29,9 @@ namespace {
 // The screens that exist; a tab joins the sidebar when its screen does.
 QWidget *makeScreen(SidebarItem item, TovrenApp &app)
 {
-    Q_UNUSED(app);
     switch (item) {
+    case SidebarItem::journal:
+        return new JournalScreen(app);
     default:
         return nullptr;
     }
@@ -50,11 +53,8 @@ MainWindow::MainWindow(TovrenApp &app, QWidget *parent)
     layout->setSpacing(0);
     m_sidebar = new QListWidget(central);
     m_sidebar->setObjectName(u"sidebar"_s);
-    m_sidebar->setFrameShape(QFrame::NoFrame);
     m_sidebar->setFixedWidth(180);
-    m_sidebar->setSpacing(2);
-    m_sidebar->viewport()->setBackgroundRole(QPalette::AlternateBase);
-    m_sidebar->setFocusPolicy(Qt::NoFocus);
+    Theme::styleSidebar(m_sidebar);
     m_screens = new QStackedWidget(central);
     layout->addWidget(m_sidebar);
     layout->addWidget(m_screens, 1);
@@ -83,7 +83,6 @@ void MainWindow::addTab(SidebarItem item, QWidget *screen)
     m_screens->addWidget(screen);
     auto *row = new QListWidgetItem(SidebarItems::title(item), m_sidebar);
     row->setData(Qt::UserRole, SidebarItems::rawValue(item));
-    row->setSizeHint(QSize(0, 34));
 }
 
 void MainWindow::buildMenus()
@@ -209,6 +208,8 @@ void MainWindow::newEntry()
 {
     bringToFront();
     selectTab(SidebarItem::journal);
+    if (auto *journal = qobject_cast<JournalScreen *>(screen(SidebarItem::journal)))
+        journal->focusToday();
 }
 
 void MainWindow::showSettings()

@@ -5,7 +5,7 @@
 
 #include <QComboBox>
 #include <QFontDatabase>
-#include <QFormLayout>
+#include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPlainTextEdit>
@@ -97,7 +97,7 @@ void AIConnectorPicker::rebuild()
     line->setWordWrap(true);
     line->setTextInteractionFlags(Qt::TextSelectableByMouse);
     line->setFrameShape(QFrame::StyledPanel);
-    line->setContentsMargins(8, 6, 8, 6);
+    line->setMargin(8);
     auto *row = new QHBoxLayout;
     row->addWidget(line, 1);
     auto *copyLine = new CopyButton(u"Copy Line"_s, [] { return AIConnector::standingLine; });
@@ -109,27 +109,31 @@ void AIConnectorPicker::rebuild()
 QWidget *AIConnectorPicker::payloadView(const AIConnector &connector)
 {
     if (const auto *form = std::get_if<AIConnector::Fields>(&connector.payload)) {
+        // Label, value and copy button in columns, so the form reads down like the one the
+        // user is filling in.
         auto *view = new QWidget(m_body);
-        auto *layout = new QFormLayout(view);
-        layout->setContentsMargins(0, 0, 0, 0);
+        auto *grid = new QGridLayout(view);
+        grid->setContentsMargins(0, 0, 0, 0);
+        grid->setHorizontalSpacing(14);
         const QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+        int row = 0;
         for (const AIConnector::Field &field : form->fields) {
-            auto *row = new QHBoxLayout;
+            grid->addWidget(new QLabel(field.label, view), row, 0);
             auto *value = new QLabel(field.value, view);
             value->setTextInteractionFlags(Qt::TextSelectableByMouse);
             if (field.isLiteral) {
                 value->setFont(fixed);
-                row->addWidget(value, 1);
                 const QString text = field.value;
                 auto *copy = new CopyButton(u"Copy "_s + field.label, [text] { return text; });
                 copy->setObjectName(u"copyField"_s);
-                row->addWidget(copy);
+                grid->addWidget(copy, row, 2, Qt::AlignLeft);
             } else {
                 value->setForegroundRole(QPalette::PlaceholderText);
-                row->addWidget(value, 1);
             }
-            layout->addRow(field.label, row);
+            grid->addWidget(value, row, 1);
+            ++row;
         }
+        grid->setColumnStretch(3, 1);
         return view;
     }
     if (const auto *unsupported = std::get_if<AIConnector::Unsupported>(&connector.payload))

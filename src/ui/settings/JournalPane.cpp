@@ -38,6 +38,7 @@ JournalPane::JournalPane(Preferences &preferences, QWidget *parent)
     const int chosen = templates->findData(JournalTemplates::currentTemplateId(preferences));
     templates->setCurrentIndex(chosen >= 0 ? chosen : 0);
     auto *templateForm = new QFormLayout;
+    templateForm->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
     templateForm->addRow(u"New pages start with"_s, templates);
     column->addLayout(templateForm);
     QLabel *description = SettingsUi::hint(QString(), this);
@@ -62,6 +63,7 @@ JournalPane::JournalPane(Preferences &preferences, QWidget *parent)
     const int style = length->findData(preferences.value(Prefs::journalWritingStyle));
     length->setCurrentIndex(style >= 0 ? style : 1);
     auto *styleForm = new QFormLayout;
+    styleForm->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
     styleForm->addRow(u"Length"_s, length);
     column->addLayout(styleForm);
     column->addWidget(SettingsUi::hint(u"How much Tovren and your assistant write"_s, this));

@@ -46,6 +46,7 @@ MCPConnectorSection::MCPConnectorSection(Preferences &preferences, MCPServer &se
     auto *statusRow = new QHBoxLayout;
     m_status = new QLabel(m_whileOn);
     m_status->setObjectName(u"listenerStatus"_s);
+    m_status->setTextFormat(Qt::RichText);
     statusRow->addWidget(m_status, 1);
     m_disconnect = new QPushButton(u"Disconnect"_s, m_whileOn);
     m_disconnect->setObjectName(u"disconnect"_s);
@@ -118,10 +119,13 @@ void MCPConnectorSection::refresh()
                           u"then handled under that assistant's own terms."_s
                         : u"Off until you turn it on. Tovren only listens on this computer."_s);
     m_whileOn->setVisible(on);
-    const QString mark = m_server.isRunning() ? u"\u25CF "_s : u"\u25CB "_s;
+    // Green while listening, hollow otherwise: the state reads at a glance.
+    const QString mark =
+        m_server.isRunning() ? u"<span style=\"color:#2e9e5b\">\u25CF</span> "_s : u"\u25CB "_s;
     // A listener that couldn't start says why instead of "Starting…" for ever.
     const bool failed = !m_server.isRunning() && m_server.lastError().has_value();
-    m_status->setText(mark + (failed ? *m_server.lastError() : m_server.statusLine()));
+    m_status->setText(mark +
+                      (failed ? *m_server.lastError() : m_server.statusLine()).toHtmlEscaped());
     m_disconnect->setVisible(m_server.activeSessionCount() >= 1);
     m_sharedCount->setText(MCPToolSharingSheet::sharedCountText(m_preferences));
 }

@@ -1,5 +1,7 @@
 #include "SettingsWindow.h"
 
+#include "ui/Theme.h"
+
 #include <QHBoxLayout>
 #include <QListWidget>
 #include <QStackedWidget>
@@ -17,13 +19,8 @@ SettingsWindow::SettingsWindow(QWidget *parent)
     layout->setSpacing(0);
     m_list = new QListWidget(this);
     m_list->setObjectName(u"settingsPanes"_s);
-    m_list->setFrameShape(QFrame::NoFrame);
     m_list->setFixedWidth(170);
-    m_list->setSpacing(2);
-    // The pane list reads as the window's sidebar, a shade off the pane itself.
-    m_list->setBackgroundRole(QPalette::Window);
-    m_list->setAutoFillBackground(true);
-    m_list->viewport()->setBackgroundRole(QPalette::AlternateBase);
+    Theme::styleSidebar(m_list);
     m_stack = new QStackedWidget(this);
     layout->addWidget(m_list);
     layout->addWidget(m_stack, 1);
@@ -35,7 +32,6 @@ void SettingsWindow::addPane(const QString &title, QWidget *pane)
     pane->setParent(m_stack);
     m_stack->addWidget(pane);
     auto *item = new QListWidgetItem(title, m_list);
-    item->setSizeHint(QSize(0, 30));
     if (m_list->currentRow() < 0)
         m_list->setCurrentRow(0);
 }
