@@ -1,5 +1,6 @@
 #include "TovrenApp.h"
 
+#include "ai/AIAvailabilityNotifier.h"
 #include "bridge/JournalTools.h"
 #include "bridge/MCPProtocol.h"
 #include "bridge/MCPServer.h"
@@ -28,6 +29,7 @@
 #include "core/records/WeeklyBrief.h"
 #include "core/store/ModelContainer.h"
 #include "core/store/ModelContext.h"
+#include "platform/SecretStore.h"
 
 #include <QTimer>
 
@@ -49,9 +51,11 @@ TovrenApp::TovrenApp(LaunchSteps steps, QObject *parent)
     , m_steps(std::move(steps))
     , m_preferences(std::make_unique<Preferences>(DataLocations::preferencesPath()))
     , m_calendar(std::make_unique<AppCalendar>())
-    , m_mcpServer(std::make_unique<MCPServer>(MCPProtocol(*m_preferences, m_mcpTools, [this] {
-        return m_container ? &m_container->mainContext() : nullptr;
-    })))
+    , m_mcpServer(std::make_unique<MCPServer>(
+          MCPProtocol(*m_preferences, m_mcpTools,
+                      [this] { return m_container ? &m_container->mainContext() : nullptr; })))
+    , m_secrets(std::make_unique<SecretServiceStore>(AIKeyStore::service))
+    , m_keys(std::make_unique<AIKeyStore>(*m_secrets))
 {
     JournalTools::registerAll(m_mcpTools, m_drafts, *m_preferences);
 }
@@ -117,6 +121,9 @@ std::optional<TovrenApp::Alert> TovrenApp::firstPageDidAppear()
         UserProfile::mirror(*m_preferences, profile.first()->userName,
                             profile.first()->avatarData.optionalValue());
     }
+    // Not awaited: the page is up, and the answer of the on-device model server may take a while.
+    AIAvailabilityNotifier::runIfNeeded(context, *m_preferences, m_network,
+                                        OnDeviceModel::defaultServer());
     return alert;
 }
 
@@ -198,6 +205,7 @@ void TovrenApp::eraseAllData()
     m_preferences->remove(Prefs::userProfileName.name);
     m_preferences->remove(Prefs::userProfileAvatar.name);
     m_preferences->remove(Prefs::userProfileEmail.name);
+    m_keys->removeAllProviderKeys();
     // An assistant that was reading the journal starts again from the empty one.
     if (m_mcpServer->isRunning())
         m_mcpServer->disconnectAll();

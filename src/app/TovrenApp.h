@@ -1,10 +1,13 @@
 #pragma once
 
 #include "StoreLifecycle.h"
+#include "ai/AIContext.h"
+#include "ai/AIKeyStore.h"
 #include "bridge/MCPTools.h"
 #include "writing/JournalDraftStore.h"
 #include "writing/SaveDebouncer.h"
 
+#include <QNetworkAccessManager>
 #include <QObject>
 #include <QString>
 
@@ -19,6 +22,7 @@ class MCPServer;
 class ModelContainer;
 class ModelContext;
 class Preferences;
+class SecretStore;
 
 // The launch steps that work on files before any store is open. Each returns the notice it
 // has for the user, if any.
@@ -53,6 +57,9 @@ public:
     // The journal's unsaved typing, shared by every open page and the assistant tools.
     JournalDraftStore &journalDrafts() { return m_drafts; }
     SaveDebouncer &saveDebouncer() { return m_saveDebouncer; }
+    // What the AI engine works with: preferences, the provider keys and the network.
+    AIContext aiContext() { return {*m_preferences, *m_keys, m_network}; }
+    AIKeyStore &keyStore() { return *m_keys; }
     const std::optional<QString> &recoveryNotice() const { return m_recoveryNotice; }
     StoreLifecycle::State storeState() const { return m_storeState; }
 
@@ -90,6 +97,9 @@ private:
     SaveDebouncer m_saveDebouncer;
     MCPTools m_mcpTools;
     std::unique_ptr<MCPServer> m_mcpServer;
+    QNetworkAccessManager m_network;
+    std::unique_ptr<SecretStore> m_secrets;
+    std::unique_ptr<AIKeyStore> m_keys;
     std::optional<QString> m_recoveryNotice;
     StoreLifecycle::State m_storeState = StoreLifecycle::State::normal;
 };

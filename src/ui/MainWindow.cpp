@@ -5,6 +5,8 @@
 #include "core/Notices.h"
 #include "core/Preferences.h"
 #include "journal/JournalScreen.h"
+#include "platform/Autostart.h"
+#include "settings/AIProviderPane.h"
 #include "settings/DataPane.h"
 #include "settings/GeneralPane.h"
 #include "settings/JournalPane.h"
@@ -145,7 +147,7 @@ void MainWindow::onNotice(const QString &name, const QVariantMap &info)
 
 OpenAtLoginToggle::LoginItem MainWindow::loginItem()
 {
-    return {[] { return false; }, [](bool) -> std::optional<QString> { return std::nullopt; }};
+    return {&Autostart::isEnabled, &Autostart::setEnabled};
 }
 
 SettingsWindow *MainWindow::settingsWindow()
@@ -156,6 +158,7 @@ SettingsWindow *MainWindow::settingsWindow()
     m_settings = new SettingsWindow;
     m_settings->addPane(u"General"_s, new GeneralPane(m_app.preferences(), loginItem()));
     m_settings->addPane(u"Journal"_s, new JournalPane(m_app.preferences()));
+    m_settings->addPane(u"AI"_s, new AIProviderPane(m_app.aiContext()));
     m_settings->addPane(u"Assistant"_s,
                         new MCPConnectorSection(m_app.preferences(), m_app.mcpServer(),
                                                 AIConnector::Bridge::detect(
