@@ -45,6 +45,7 @@ MainWindow::MainWindow(TovrenApp &app, QWidget *parent)
     : QMainWindow(parent)
     , m_app(app)
 {
+    Theme::followDesktop();
     setObjectName(u"main"_s);
     setWindowTitle(u"Tovren"_s);
     resize(1240, 800);

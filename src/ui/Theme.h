@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QPalette>
+
 class QListWidget;
 
 // The look shared by the windows, drawn from the desktop's palette so light and dark both hold.
@@ -7,5 +9,13 @@ namespace Theme {
 
 // A quiet list of places down the left of a window.
 void styleSidebar(QListWidget *list);
+
+// Follows the desktop's light or dark choice where the platform's own palette doesn't.
+// Called once the application object exists; later calls do nothing.
+void followDesktop();
+
+bool isDark(const QPalette &palette);
+// A calm dark palette in the same roles the light one uses.
+QPalette darkPalette();
 
 } // namespace Theme
