@@ -16,6 +16,7 @@
 #include <QClipboard>
 #include <QDialog>
 #include <QLineEdit>
+#include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTest>
@@ -101,6 +102,35 @@ void answerNextDialog(std::function<void(QWidget *)> answer)
         }
     });
     timer->start();
+}
+
+// Opens the page's context menu at `pos` and picks the action named `choice`.
+void chooseFromContextMenu(JournalTextEdit *editor, const QPoint &pos, const QString &choice)
+{
+    QStringList offered;
+    bool chosen = false;
+    auto *timer = new QTimer;
+    timer->setInterval(20);
+    QObject::connect(timer, &QTimer::timeout, [&, timer] {
+        auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+        if (!menu)
+            return;
+        timer->stop();
+        timer->deleteLater();
+        const auto actions = menu->actions();
+        for (QAction *action : actions) {
+            offered.append(action->text());
+            if (action->text() == choice) {
+                action->trigger();
+                chosen = true;
+            }
+        }
+        menu->close();
+    });
+    timer->start();
+    QContextMenuEvent event(QContextMenuEvent::Mouse, pos, editor->viewport()->mapToGlobal(pos));
+    QApplication::sendEvent(editor->viewport(), &event);
+    QVERIFY2(chosen, qPrintable(offered.join(u", "_s)));
 }
 
 void clickButton(QWidget *dialog, const QString &text)
@@ -407,6 +437,59 @@ private slots:
         const auto images = journal.context().tryFetch<EntryImage>();
         QCOMPARE(images.size(), 1);
         QCOMPARE(images.first()->id, QUuid::fromString(match.captured(1)));
+    }
+
+    void contextMenuCommands_data()
+    {
+        QTest::addColumn<QString>("page");
+        QTest::addColumn<QString>("clickAt");
+        QTest::addColumn<QString>("choice");
+        QTest::addColumn<QString>("expected");
+        const QString table = u"| a | b |\n| --- | --- |\n| c | d |"_s;
+        QTest::newRow("row below") << table << u"c"_s << u"Insert Row Below"_s
+                                   << u"| a | b |\n| --- | --- |\n| c | d |\n|  |  |"_s;
+        QTest::newRow("column after") << table << u"a"_s << u"Insert Column After"_s
+                                      << u"| a |  | b |\n| --- | --- | --- |\n| c |  | d |"_s;
+        QTest::newRow("delete row")
+            << table << u"c"_s << u"Delete Row"_s << u"| a | b |\n| --- | --- |"_s;
+        QTest::newRow("delete column")
+            << table << u"b"_s << u"Delete Column"_s << u"| a |\n| --- |\n| c |"_s;
+    }
+
+    void contextMenuCommands()
+    {
+        QFETCH(QString, page);
+        QFETCH(QString, clickAt);
+        QFETCH(QString, choice);
+        QFETCH(QString, expected);
+        Journal journal({{0, page}});
+        const QTextCursor found = journal.editor()->document()->find(clickAt);
+        QVERIFY(!found.isNull());
+        QTextCursor at(journal.editor()->document());
+        at.setPosition(found.selectionStart());
+        chooseFromContextMenu(journal.editor(), journal.editor()->cursorRect(at).center(), choice);
+        QCOMPARE(journal.stored(), expected);
+    }
+
+    void imagesResizeFromTheMenu()
+    {
+        Journal journal;
+        QImage picture(300, 150, QImage::Format_RGB32);
+        picture.fill(Qt::darkCyan);
+        QApplication::clipboard()->setImage(picture);
+        journal.key(Qt::Key_V, Qt::ControlModifier);
+        const QString pasted = journal.stored();
+        const QString id = pasted.mid(6, 36);
+        QVERIFY(!QUuid::fromString(id).isNull());
+        QCOMPARE(pasted, u"{{img:"_s + id + u"}}"_s);
+
+        QTextCursor at(journal.editor()->document());
+        const QRect image = journal.editor()->cursorRect(at);
+        const QPoint inside(image.left() + 20, image.center().y());
+        chooseFromContextMenu(journal.editor(), inside, u"Small"_s);
+        QCOMPARE(journal.stored(), u"{{img:"_s + id + u"|w=240,h=120}}"_s);
+        chooseFromContextMenu(journal.editor(), inside, u"Original Size"_s);
+        QCOMPARE(journal.stored(), u"{{img:"_s + id + u"}}"_s);
     }
 
     void winMarksTheWrittenDay()
