@@ -57,7 +57,11 @@ MCPServer::MCPServer(MCPProtocol protocol, quint16 port, QObject *parent)
     : QObject(parent)
     , m_protocol(std::move(protocol))
     , m_port(port)
+    , m_resumeTimer(new QTimer(this))
 {
+    m_resumeTimer->setSingleShot(true);
+    m_resumeTimer->setInterval(0);
+    connect(m_resumeTimer, &QTimer::timeout, this, &MCPServer::resumeWaiting);
 }
 
 MCPServer::~MCPServer() = default;
@@ -190,6 +194,9 @@ void MCPServer::accept()
 
 void MCPServer::receive(QTcpSocket *connection)
 {
+    // Its postponed lines come first, in their turn.
+    if (m_postponedLines.contains(connection))
+        return;
     while (connection->bytesAvailable() > 0) {
         const QByteArray unit = connection->read(readSize);
         if (unit.isEmpty() || !serve(connection, unit))
@@ -202,6 +209,11 @@ bool MCPServer::serve(QTcpSocket *connection, QByteArrayView unit)
     for (QByteArrayView piece : splitLines(unit)) {
         if (!m_connections.contains(connection))
             return false;
+        if (turnExhausted()) {
+            postpone(connection, unit.sliced(piece.data() - unit.data()).toByteArray());
+            connection->flush();
+            return false;
+        }
         if (looksLikeHttp(piece)) {
             m_connections.removeAll(connection);
             setSessionCount(int(m_connections.size()));
@@ -236,8 +248,56 @@ bool MCPServer::serve(QTcpSocket *connection, QByteArrayView unit)
     return m_connections.contains(connection);
 }
 
+bool MCPServer::turnExhausted()
+{
+    if (m_unbudgeted)
+        return false;
+    if (!m_turnOpen) {
+        // A zero timer runs only once control is back in the event loop: the next turn.
+        m_turnOpen = true;
+        m_turn.start();
+        QTimer::singleShot(0, this, [this] { m_turnOpen = false; });
+        return false;
+    }
+    return m_turn.elapsed() >= turnBudgetMs;
+}
+
+void MCPServer::postpone(QTcpSocket *connection, QByteArray rest)
+{
+    m_postponedLines.insert(connection, std::move(rest));
+    if (!m_waiting.contains(connection))
+        m_waiting.append(connection);
+    m_resumeTimer->start();
+}
+
+void MCPServer::resumeWaiting()
+{
+    QList<QTcpSocket *> waiting = std::exchange(m_waiting, {});
+    m_turnOpen = false;
+    for (qsizetype i = 0; i < waiting.size(); ++i) {
+        // The first in line always moves on; the others while the turn lasts.
+        if (i > 0 && turnExhausted()) {
+            m_waiting = waiting.sliced(i) + m_waiting;
+            break;
+        }
+        QTcpSocket *connection = waiting.at(i);
+        const QByteArray rest = m_postponedLines.take(connection);
+        if (m_connections.contains(connection) && serve(connection, rest))
+            receive(connection);
+    }
+    if (!m_waiting.isEmpty())
+        m_resumeTimer->start();
+}
+
+void MCPServer::forget(QTcpSocket *connection)
+{
+    m_waiting.removeAll(connection);
+    m_postponedLines.remove(connection);
+}
+
 void MCPServer::cancel(QTcpSocket *connection)
 {
+    forget(connection);
     // Nothing more that arrives on it is handled; its end is still reported.
     disconnect(connection, &QTcpSocket::readyRead, this, nullptr);
     disconnect(connection, &QTcpSocket::bytesWritten, this, nullptr);
@@ -247,6 +307,7 @@ void MCPServer::cancel(QTcpSocket *connection)
 
 void MCPServer::drop(QTcpSocket *connection)
 {
+    forget(connection);
     m_connections.removeAll(connection);
     setSessionCount(int(m_connections.size()));
     disconnect(connection, &QTcpSocket::readyRead, this, nullptr);
@@ -256,9 +317,16 @@ void MCPServer::drop(QTcpSocket *connection)
 
 void MCPServer::connectionEnded(QTcpSocket *connection)
 {
-    // A peer that hung up after its last lines still has them served; the replies go nowhere.
-    if (m_connections.contains(connection))
-        receive(connection);
+    // A peer that hung up after its last lines still has them served, all at once since the
+    // connection goes now; the replies go nowhere.
+    if (m_connections.contains(connection)) {
+        m_unbudgeted = true;
+        const QByteArray rest = m_postponedLines.take(connection);
+        if (rest.isEmpty() || serve(connection, rest))
+            receive(connection);
+        m_unbudgeted = false;
+    }
+    forget(connection);
     m_connections.removeAll(connection);
     setSessionCount(int(m_connections.size()));
     connection->deleteLater();

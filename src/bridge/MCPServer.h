@@ -3,6 +3,8 @@
 #include "MCPProtocol.h"
 
 #include <QByteArrayView>
+#include <QElapsedTimer>
+#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -15,6 +17,7 @@ class ModelContext;
 class Preferences;
 class QTcpServer;
 class QTcpSocket;
+class QTimer;
 
 // The loopback listener through which assistants on this computer reach the journal:
 // newline-delimited JSON-RPC on 127.0.0.1, everything on the main thread.
@@ -33,6 +36,10 @@ public:
     static constexpr qint64 readSize = 65536;
     // A connection whose answers waiting to be read pass this is closed on the spot.
     static constexpr qint64 unreadAnswerLimit = 4 * 1024 * 1024;
+    // How long one turn of the event loop may spend answering lines. Past it, the remaining
+    // lines wait for the next turn, taken in order of arrival, so that many busy assistants
+    // cannot freeze the window.
+    static constexpr int turnBudgetMs = 20;
 
     // TOVREN_MCP_PORT when it holds a port number (0 asks for any free port), else 35468.
     static quint16 configuredPort();
@@ -77,8 +84,13 @@ signals:
 private:
     void accept();
     void receive(QTcpSocket *connection);
-    // False when the unit ended the connection.
+    // False when reading from it must stop: the unit ended the connection, or the turn's time
+    // ran out and the rest of the unit waits for the next turn.
     bool serve(QTcpSocket *connection, QByteArrayView unit);
+    bool turnExhausted();
+    void postpone(QTcpSocket *connection, QByteArray rest);
+    void resumeWaiting();
+    void forget(QTcpSocket *connection);
     void cancel(QTcpSocket *connection);
     // Ends a connection at once, discarding what it has not read.
     void drop(QTcpSocket *connection);
@@ -92,6 +104,12 @@ private:
     std::unique_ptr<QTcpServer> m_listener;
     ContextProvider m_contextProvider;
     QList<QTcpSocket *> m_connections; // in order of acceptance
+    QList<QTcpSocket *> m_waiting;     // postponed to a later turn, first come first served
+    QHash<QTcpSocket *, QByteArray> m_postponedLines; // the unserved rest of a unit
+    QTimer *m_resumeTimer = nullptr;
+    QElapsedTimer m_turn;
+    bool m_turnOpen = false;
+    bool m_unbudgeted = false; // while serving a peer that has hung up
     bool m_running = false;
     std::optional<QString> m_lastError;
     int m_sessionCount = 0;

@@ -8,6 +8,8 @@
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTcpServer>
+#include <QThread>
+#include <QTimer>
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -667,6 +669,58 @@ private slots:
         for (int i = 0; i < requests; ++i)
             QCOMPARE(describe(answers.at(i)), u"%1 result"_s.arg(i));
         QCOMPARE(m_server->activeSessionCount(), 1);
+    }
+
+    // Many assistants with lines waiting at once: each turn of the event loop answers only as
+    // long as its budget lasts, so the loop keeps turning, and the waiting connections take
+    // their turns in order instead of the first one being served to the end.
+    void busyConnectionsShareTheEventLoop()
+    {
+        QList<int> order;
+        m_journal->add(MCPToolGroup::Group::journal, u"slow"_s,
+                       [&](const QJsonObject &arguments, auto &) {
+                           QThread::msleep(30);
+                           order.append(arguments.value("who"_L1).toInt());
+                           return u"done"_s;
+                       });
+        constexpr int clients = 6;
+        constexpr int lines = 4;
+        std::vector<std::unique_ptr<Client>> connected;
+        for (int c = 0; c < clients; ++c) {
+            connected.push_back(std::make_unique<Client>());
+            QVERIFY(connected.back()->connectTo(m_server->serverPort()));
+        }
+        QTRY_COMPARE(m_server->activeSessionCount(), clients);
+
+        QElapsedTimer clock;
+        qint64 longestGap = 0;
+        QTimer tick;
+        tick.setInterval(5);
+        connect(&tick, &QTimer::timeout, this,
+                [&] { longestGap = std::max(longestGap, clock.restart()); });
+        for (int c = 0; c < clients; ++c) {
+            QByteArray burst;
+            for (int l = 0; l < lines; ++l)
+                burst +=
+                    call(QByteArray::number(l), "slow", "{\"who\":" + QByteArray::number(c) + '}') +
+                    '\n';
+            connected.at(size_t(c))->send(burst);
+        }
+        clock.start();
+        tick.start();
+        for (int c = 0; c < clients; ++c) {
+            for (int l = 0; l < lines; ++l)
+                QCOMPARE(describe(connected.at(size_t(c))->readLine(10000).value_or("")),
+                         u"%1 result"_s.arg(l));
+        }
+        tick.stop();
+        // Served in one go, the loop would have stood still for 24 x 30 ms.
+        QVERIFY2(longestGap < 200, qPrintable(QString::number(longestGap)));
+        QCOMPARE(order.size(), clients * lines);
+        // Everyone had a first answer before anyone had a last.
+        const QList<int> firstRound = order.first(clients + 1);
+        for (int c = 0; c < clients; ++c)
+            QVERIFY2(firstRound.contains(c), qPrintable(u"client %1 waited"_s.arg(c)));
     }
 
     void followsTheSwitch()
