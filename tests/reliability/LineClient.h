@@ -5,6 +5,8 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRandomGenerator>
+#include <QTcpServer>
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -120,6 +122,20 @@ inline qint64 residentKiB(qint64 pid)
             return line.mid(6).trimmed().split(' ').first().toLongLong();
     }
     return 0;
+}
+
+// A free loopback port below the kernel's ephemeral range. Ports from that range (what
+// TovrenProcess::freePort hands out) can be given to a test running beside this one in the
+// moment between the check and tovren's own bind, and a driver would then talk to, or kill,
+// someone else's process.
+inline quint16 quietPort()
+{
+    for (;;) {
+        const auto port = quint16(QRandomGenerator::system()->bounded(20000, 30000));
+        QTcpServer probe;
+        if (probe.listen(QHostAddress::LocalHost, port))
+            return port;
+    }
 }
 
 // A count from the environment for the long runs, else the short default CI uses.

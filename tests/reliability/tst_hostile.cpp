@@ -79,7 +79,7 @@ private slots:
         m_dir = std::make_unique<TempDataDir>();
         m_tovren = std::make_unique<TovrenProcess>(*m_dir);
         QVERIFY(m_tovren->writePreferences("{\"mcpServerEnabled\": true}"));
-        m_port = TovrenProcess::freePort();
+        m_port = quietPort();
         QVERIFY(m_tovren->start({u"--headless"_s}, m_port));
         QVERIFY(m_tovren->waitUntilListening(m_port));
 

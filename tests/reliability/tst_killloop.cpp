@@ -63,7 +63,7 @@ private slots:
         int sentTotal = 0;
         int killedMidRequest = 0;
         for (int cycle = 0; cycle < cycles; ++cycle) {
-            const quint16 port = TovrenProcess::freePort();
+            const quint16 port = quietPort();
             QVERIFY(tovren.start({u"--headless"_s}, port));
             QVERIFY2(tovren.waitUntilListening(port), "tovren --headless did not start listening");
 

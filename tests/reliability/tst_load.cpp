@@ -129,7 +129,7 @@ private slots:
         TovrenProcess tovren(dir);
         QVERIFY(tovren.writePreferences("{\"mcpServerEnabled\": true}"));
         qputenv("TOVREN_REPORT_STALLS", "1");
-        const quint16 port = TovrenProcess::freePort();
+        const quint16 port = quietPort();
         QVERIFY(tovren.start({u"--headless"_s}, port));
         qunsetenv("TOVREN_REPORT_STALLS");
         QVERIFY(tovren.waitUntilListening(port));
