@@ -8,6 +8,7 @@
 #include "core/store/ModelContext.h"
 #include "ui/journal/JournalDayList.h"
 #include "ui/journal/JournalScreen.h"
+#include "ui/journal/JournalStreak.h"
 #include "ui/journal/JournalTextEdit.h"
 #include "ui/journal/PickerPopup.h"
 #include "writing/JournalPageEditor.h"
@@ -490,6 +491,31 @@ private slots:
         QCOMPARE(journal.stored(), u"{{img:"_s + id + u"|w=240,h=120}}"_s);
         chooseFromContextMenu(journal.editor(), inside, u"Original Size"_s);
         QCOMPARE(journal.stored(), u"{{img:"_s + id + u"}}"_s);
+    }
+
+    void streakCountsWorkWeeks_data()
+    {
+        QTest::addColumn<QList<int>>("daysAgo");
+        QTest::addColumn<int>("weeks");
+        // Today is a Wednesday; weeks start on Sunday.
+        QTest::newRow("nothing") << QList<int>{} << 0;
+        QTest::newRow("this week and last") << QList<int>{2, 8} << 2;
+        QTest::newRow("week in progress still empty") << QList<int>{8, 14} << 2;
+        QTest::newRow("a gap ends the run") << QList<int>{0, 8, 21} << 2;
+        QTest::newRow("weekends count for nothing") << QList<int>{3, 4, 8} << 1;
+        QTest::newRow("two weeks back is too late") << QList<int>{14} << 0;
+    }
+
+    void streakCountsWorkWeeks()
+    {
+        QFETCH(QList<int>, daysAgo);
+        QFETCH(int, weeks);
+        FixedClock clock(now, testCalendar());
+        const Calendar calendar = Calendar::current();
+        QList<QDateTime> dates;
+        for (int ago : std::as_const(daysAgo))
+            dates.append(calendar.at(calendar.day(now).addDays(-ago), 10, 0));
+        QCOMPARE(JournalStreak::workWeekStreak(dates, now, calendar), weeks);
     }
 
     void winMarksTheWrittenDay()
