@@ -26,8 +26,11 @@ public:
             const qint64 late = m_clock.restart() - tickMs;
             m_longest = std::max(m_longest, late);
         });
-        m_clock.start();
-        m_timer.start();
+        // Start-up isn't a stall: the watch begins once the loop runs.
+        QTimer::singleShot(0, this, [this] {
+            m_clock.start();
+            m_timer.start();
+        });
     }
     ~StallWatch() override
     {

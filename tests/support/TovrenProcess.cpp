@@ -1,6 +1,7 @@
 #include "TovrenProcess.h"
 
 #include <QFile>
+#include <QRandomGenerator>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTest>
@@ -27,8 +28,15 @@ QString TovrenProcess::binary()
 
 quint16 TovrenProcess::freePort()
 {
-    QTcpServer probe;
-    return probe.listen(QHostAddress::LocalHost, 0) ? probe.serverPort() : 0;
+    // The kernel soon hands a port it picked for port 0 out again, to the next test or to an
+    // outgoing connection; a random one below its ephemeral range (32768 and up) rarely is.
+    for (int attempt = 0; attempt < 1000; ++attempt) {
+        const auto port = quint16(QRandomGenerator::system()->bounded(20000, 30000));
+        QTcpServer probe;
+        if (probe.listen(QHostAddress::LocalHost, port))
+            return port;
+    }
+    return 0;
 }
 
 bool TovrenProcess::writePreferences(const QByteArray &json) const

@@ -85,7 +85,8 @@ private slots:
     void panesInOrder()
     {
         SettingsWindow *settings = m_window->settingsWindow();
-        for (const QString &title : {u"General"_s, u"Journal"_s, u"AI"_s, u"Assistant"_s, u"Data"_s})
+        for (const QString &title :
+             {u"General"_s, u"Journal"_s, u"AI"_s, u"Assistant"_s, u"Data"_s})
             QVERIFY2(settings->pane(title), qPrintable(title));
         QVERIFY(settings->showPane(u"Data"_s));
         QVERIFY(!settings->showPane(u"Nothing"_s));
