@@ -171,9 +171,9 @@ JournalTextEdit::JournalTextEdit(QWidget *parent)
     m_linkAction = addFormatAction(tr("Link…"), ctrl(Qt::Key_K), {});
     connect(m_linkAction, &QAction::triggered, this, &JournalTextEdit::promptForLink);
     for (const QString &name : HighlightPalette::entries()) {
-        QAction *action = addFormatAction(tr("Highlight %1").arg(name), {}, [name](QTextCursor &c) {
-            EditingRules::setHighlight(c, name);
-        });
+        QAction *action =
+            addFormatAction(tr("Highlight %1").arg(name.at(0).toUpper() + name.mid(1)), {},
+                            [name](QTextCursor &c) { EditingRules::setHighlight(c, name); });
         QPixmap swatch(12, 12);
         swatch.fill(HighlightPalette::color(name));
         action->setIcon(QIcon(swatch));
@@ -653,11 +653,6 @@ void JournalTextEdit::mouseMoveEvent(QMouseEvent *event)
         (url && (EditorLink::isInternal(*url) || event->modifiers() & Qt::ControlModifier));
     viewport()->setCursor(pointing ? Qt::PointingHandCursor : Qt::IBeamCursor);
     QTextEdit::mouseMoveEvent(event);
-}
-
-void JournalTextEdit::mouseReleaseEvent(QMouseEvent *event)
-{
-    QTextEdit::mouseReleaseEvent(event);
 }
 
 int JournalTextEdit::imagePositionAt(const QPoint &viewportPos) const
