@@ -277,8 +277,9 @@ void TestHttpClients::statusMapping_data()
         << unexpected + u"{\"candidates\":[{\"content\":{\"parts\":{\"text\":\"x\"}}}]}"_s;
     const QByteArray huge = "{\"choices\":[{\"message\":{\"content\":[\"" +
                             QByteArray(4 * 1024 * 1024, 'z') + "\"]}}]}";
-    QTest::newRow("200 huge wrong type") << openai << 200 << QByteArray() << huge
-                                         << unexpected + QString::fromLatin1(huge.left(200).constData(), 200);
+    QTest::newRow("200 huge wrong type")
+        << openai << 200 << QByteArray() << huge
+        << unexpected + QString::fromLatin1(huge.left(200).constData(), 200);
     QTest::newRow("200 invalid utf-8 without the path")
         << anthropic << 200 << QByteArray() << QByteArray("{\"x\":\"\xff\xfe\"}") << unexpected;
 }
