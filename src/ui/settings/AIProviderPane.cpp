@@ -44,7 +44,7 @@ AIProviderPane::AIProviderPane(AIContext context, QWidget *parent)
     column->addWidget(SettingsUi::sectionHeading(u"AI Provider"_s, this));
 
     m_form = new QFormLayout;
-    m_form->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow);
+    m_form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
     column->addLayout(m_form);
 
     m_provider = new QComboBox(this);

@@ -31,7 +31,7 @@ void SettingsWindow::addPane(const QString &title, QWidget *pane)
 {
     pane->setParent(m_stack);
     m_stack->addWidget(pane);
-    auto *item = new QListWidgetItem(title, m_list);
+    new QListWidgetItem(title, m_list);
     if (m_list->currentRow() < 0)
         m_list->setCurrentRow(0);
 }
