@@ -7,6 +7,7 @@
 #include <QCheckBox>
 #include <QLabel>
 #include <QSignalBlocker>
+#include <QSystemTrayIcon>
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
