@@ -1,7 +1,7 @@
 #pragma once
 
+#include "MemorySecretStore.h"
 #include "ai/AIClientError.h"
-#include "platform/SecretStore.h"
 
 #include <QHash>
 #include <QJsonDocument>
@@ -122,36 +122,6 @@ inline quint16 closedPort()
     probe.close();
     return port;
 }
-
-// A secret store in memory, that can also play a machine without any Secret Service.
-class MemorySecretStore final : public SecretStore {
-public:
-    QHash<QString, QString> items;
-    bool reachable = true;
-
-    QCoro::Task<ReadResult> read(QString account) override
-    {
-        if (!reachable)
-            co_return ReadResult{Outcome::unavailable, {}};
-        if (!items.contains(account))
-            co_return ReadResult{Outcome::notFound, {}};
-        co_return ReadResult{Outcome::done, items.value(account)};
-    }
-    QCoro::Task<Outcome> write(QString account, QString value) override
-    {
-        if (!reachable)
-            co_return Outcome::unavailable;
-        items.insert(account, value);
-        co_return Outcome::done;
-    }
-    QCoro::Task<Outcome> remove(QString account) override
-    {
-        if (!reachable)
-            co_return Outcome::unavailable;
-        items.remove(account);
-        co_return Outcome::done;
-    }
-};
 
 // The answer of a coroutine, or the error it threw.
 template<class T>

@@ -1,3 +1,4 @@
+#include "MemorySecretStore.h"
 #include "ai/AIKeyStore.h"
 #include "ai/AIProvider.h"
 #include "platform/SecretStore.h"
@@ -54,35 +55,6 @@ QJsonObject fileKeys(const QString &path)
         return {};
     return QJsonDocument::fromJson(file.readAll()).object();
 }
-
-// Stands in for a keyring that comes and goes.
-class SwitchableStore final : public SecretStore {
-public:
-    QHash<QString, QString> items;
-    bool reachable = false;
-
-    QCoro::Task<ReadResult> read(QString account) override
-    {
-        if (!reachable)
-            co_return ReadResult{Outcome::unavailable, {}};
-        co_return items.contains(account) ? ReadResult{Outcome::done, items.value(account)}
-                                          : ReadResult{Outcome::notFound, {}};
-    }
-    QCoro::Task<Outcome> write(QString account, QString value) override
-    {
-        if (!reachable)
-            co_return Outcome::unavailable;
-        items.insert(account, value);
-        co_return Outcome::done;
-    }
-    QCoro::Task<Outcome> remove(QString account) override
-    {
-        if (!reachable)
-            co_return Outcome::unavailable;
-        items.remove(account);
-        co_return Outcome::done;
-    }
-};
 
 } // namespace
 
@@ -249,7 +221,8 @@ void TestSecretStore::keyringComingBackTakesTheKeyOutOfTheFile()
 {
     QTemporaryDir dir;
     const QString fallback = dir.filePath(u"tovren/ai-keys.json"_s);
-    SwitchableStore secrets;
+    MemorySecretStore secrets;
+    secrets.reachable = false;
     AIKeyStore keys(secrets, fallback);
 
     QVERIFY(QCoro::waitFor(keys.write(u"sk-1"_s, u"ai-key-openai"_s)));
