@@ -13,6 +13,7 @@
 #include "ui/MainWindow.h"
 #include "ui/journal/JournalScreen.h"
 #include "ui/journal/JournalTextEdit.h"
+#include "ui/journal/PickerPopup.h"
 #include "ui/settings/DataPane.h"
 #include "ui/settings/MCPConnectorSection.h"
 #include "ui/settings/SettingsWindow.h"
@@ -124,7 +125,22 @@ private slots:
         QTest::keyClicks(editor, u"flaky"_s);
         QTest::keyClick(editor, Qt::Key_B, Qt::ControlModifier);
         QTest::keyClicks(editor, u" tests"_s);
-        const QString typed = u"- shipped the importer\n- fixed **flaky** tests"_s;
+        // Return on the empty item ends the list; the slash menu turns that line into a table,
+        // filled cell by cell.
+        QTest::keyClick(editor, Qt::Key_Return);
+        QTest::keyClick(editor, Qt::Key_Return);
+        QTest::keyClicks(editor, u"/"_s);
+        PickerPopup *popup = editor->popup();
+        QVERIFY(popup->isOpen());
+        for (qsizetype i = 0; i < popup->rows().indexOf(u"Table"_s); ++i)
+            QTest::keyClick(editor, Qt::Key_Down);
+        QTest::keyClick(editor, Qt::Key_Return);
+        for (const QString &cell : {u"Who"_s, u"What"_s, u"Ana"_s, u"Docs"_s}) {
+            QTest::keyClicks(editor, cell);
+            QTest::keyClick(editor, Qt::Key_Tab);
+        }
+        const QString typed = u"- shipped the importer\n- fixed **flaky** tests\n"
+                              u"| Who | What |\n| --- | --- |\n| Ana | Docs |"_s;
         QCOMPARE(editor->stored(), typed);
 
         // Away to yesterday before the debounce fired, then back: nothing is lost.
