@@ -6,6 +6,8 @@
 #include "core/records/InboxItem.h"
 #include "core/store/ModelContext.h"
 
+#include <QPointer>
+
 using namespace Qt::StringLiterals;
 
 namespace AIAvailabilityNotifier {
@@ -23,12 +25,17 @@ static QString noticeBody(AppleModelStatus status)
 }
 
 QCoro::Task<> runIfNeeded(ModelContext &context, Preferences &preferences,
-                          QNetworkAccessManager &network, QUrl onDeviceServer)
+                          QNetworkAccessManager &network, QUrl onDeviceServer,
+                          const QObject *lifetime)
 {
+    const QPointer<const QObject> alive(lifetime);
     const auto provider = preferences.textValue(Prefs::aiProvider.name);
     if (provider && *provider != u"appleFoundation"_s)
         co_return;
     const OnDeviceModel::State state = co_await OnDeviceModel::current(network, onDeviceServer);
+    // Shutting down: an answer cut short says nothing about the model.
+    if (lifetime && !alive)
+        co_return;
     if (state.status == AppleModelStatus::available || state.status == AppleModelStatus::notReady)
         co_return;
 

@@ -15,7 +15,9 @@ namespace AIAvailabilityNotifier {
 inline constexpr qint64 repeatAfterSeconds = 604800;
 inline const QString payload = QStringLiteral("ai-unavailable");
 
+// With `lifetime`, the check ends without a word once that object is gone.
 QCoro::Task<> runIfNeeded(ModelContext &context, Preferences &preferences,
-                          QNetworkAccessManager &network, QUrl onDeviceServer);
+                          QNetworkAccessManager &network, QUrl onDeviceServer,
+                          const QObject *lifetime = nullptr);
 
 } // namespace AIAvailabilityNotifier

@@ -31,6 +31,8 @@
 #include "core/store/ModelContext.h"
 #include "platform/SecretStore.h"
 
+#include <QCoreApplication>
+#include <QNetworkReply>
 #include <QTimer>
 
 using namespace Qt::StringLiterals;
@@ -62,6 +64,16 @@ TovrenApp::TovrenApp(LaunchSteps steps, QObject *parent)
 
 TovrenApp::~TovrenApp()
 {
+    // Requests still under way end now, so that whatever awaits them finishes (and frees
+    // itself) while everything it may touch still exists; background work sees it is no
+    // longer wanted.
+    m_aiWork.reset();
+    const auto replies = m_network.findChildren<QNetworkReply *>();
+    for (QNetworkReply *reply : replies)
+        reply->abort();
+    // An aborted reply reports its end through the event queue.
+    if (!replies.isEmpty())
+        QCoreApplication::processEvents();
     saveNow();
 }
 
@@ -123,7 +135,7 @@ std::optional<TovrenApp::Alert> TovrenApp::firstPageDidAppear()
     }
     // Not awaited: the page is up, and the answer of the on-device model server may take a while.
     AIAvailabilityNotifier::runIfNeeded(context, *m_preferences, m_network,
-                                        OnDeviceModel::defaultServer());
+                                        OnDeviceModel::defaultServer(), m_aiWork.get());
     return alert;
 }
 

@@ -100,6 +100,8 @@ private:
     QNetworkAccessManager m_network;
     std::unique_ptr<SecretStore> m_secrets;
     std::unique_ptr<AIKeyStore> m_keys;
+    // Background AI work belongs to this; it goes first when Tovren closes.
+    std::unique_ptr<QObject> m_aiWork = std::make_unique<QObject>();
     std::optional<QString> m_recoveryNotice;
     StoreLifecycle::State m_storeState = StoreLifecycle::State::normal;
 };

@@ -159,7 +159,7 @@ SettingsWindow *MainWindow::settingsWindow()
     m_settings = new SettingsWindow;
     m_settings->addPane(u"General"_s, new GeneralPane(m_app.preferences(), loginItem()));
     m_settings->addPane(u"Journal"_s, new JournalPane(m_app.preferences()));
-    m_settings->addPane(u"AI"_s, new AIProviderPane(m_app.aiContext()));
+    m_settings->addPane(u"Connections"_s, new AIProviderPane(m_app.aiContext()));
     m_settings->addPane(u"Assistant"_s,
                         new MCPConnectorSection(m_app.preferences(), m_app.mcpServer(),
                                                 AIConnector::Bridge::detect(

@@ -86,7 +86,7 @@ private slots:
     {
         SettingsWindow *settings = m_window->settingsWindow();
         for (const QString &title :
-             {u"General"_s, u"Journal"_s, u"AI"_s, u"Assistant"_s, u"Data"_s})
+             {u"General"_s, u"Journal"_s, u"Connections"_s, u"Assistant"_s, u"Data"_s})
             QVERIFY2(settings->pane(title), qPrintable(title));
         QVERIFY(settings->showPane(u"Data"_s));
         QVERIFY(!settings->showPane(u"Nothing"_s));
