@@ -272,6 +272,8 @@ int main(int argc, char **argv)
             seed = args.at(++i).toUInt();
         else if (args.at(i) == u"--pages-out"_s && i + 1 < args.size())
             pagesOut = args.at(++i);
+        else if (args.at(i).startsWith(u'-'))
+            years = 0; // an option it doesn't know, such as --help: show the usage
         else
             path = args.at(i);
     }
