@@ -68,12 +68,16 @@ TovrenApp::~TovrenApp()
     // itself) while everything it may touch still exists; background work sees it is no
     // longer wanted.
     m_aiWork.reset();
-    const auto replies = m_network.findChildren<QNetworkReply *>();
-    for (QNetworkReply *reply : replies)
-        reply->abort();
-    // An aborted reply reports its end through the event queue.
-    if (!replies.isEmpty())
+    // An aborted reply reports its end through the event queue, and what awaited it may ask
+    // again (a probe tries several paths); a few rounds settle it.
+    for (int round = 0; round < 20; ++round) {
+        const auto replies = m_network.findChildren<QNetworkReply *>();
+        if (replies.isEmpty())
+            break;
+        for (QNetworkReply *reply : replies)
+            reply->abort();
         QCoreApplication::processEvents();
+    }
     saveNow();
 }
 

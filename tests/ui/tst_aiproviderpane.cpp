@@ -15,6 +15,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
@@ -49,6 +50,20 @@ struct Fixture {
     {
         preferences.setText(Prefs::aiProvider.name, storedProvider);
         ollama.answer(200, "{\"models\":[]}");
+    }
+    // A probe may still be asking when a test ends; its requests end before the network
+    // manager does, as they do when Tovren closes, so no coroutine is left waiting.
+    ~Fixture()
+    {
+        pane.reset();
+        for (int round = 0; round < 20; ++round) {
+            const auto replies = network.findChildren<QNetworkReply *>();
+            if (replies.isEmpty())
+                break;
+            for (QNetworkReply *reply : replies)
+                reply->abort();
+            QCoreApplication::processEvents();
+        }
     }
     void open()
     {
