@@ -125,7 +125,18 @@ private:
             return std::nullopt;
         }
         if (c == u'`') {
-            if (const qsizetype j = closer(backtick, i + 2, end); j >= 0) {
+            // Only a lone backtick opens or closes a span: one inside a run would be written
+            // back as part of a longer run and read differently.
+            const auto lone = [this, begin, end](qsizetype at) {
+                return (at <= begin || m_text[at - 1] != u'`') &&
+                       (at + 1 >= end || m_text[at + 1] != u'`');
+            };
+            if (!lone(i))
+                return std::nullopt;
+            qsizetype j = closer(backtick, i + 2, end);
+            while (j >= 0 && !lone(j))
+                j = closer(backtick, j + 1, end);
+            if (j >= 0) {
                 Match match = Match::of(i + 1, j, j + 1, Style::code);
                 match.literal = true;
                 return match;
