@@ -95,7 +95,9 @@ private:
         return i + mark.size() <= end && m_text.mid(i, mark.size()) == mark;
     }
 
-    std::optional<Match> matchAt(qsizetype begin, qsizetype i, qsizetype end)
+    // `textStart` is where the plain text before `i` begins: a mark character before it closed
+    // a span, so it doesn't count as touching the one at `i`.
+    std::optional<Match> matchAt(qsizetype textStart, qsizetype i, qsizetype end)
     {
         const QChar c = m_text[i];
         if (c == u'*') {
@@ -110,7 +112,7 @@ private:
             // A lone star that touches another never opens italic, so "**bold*" stays as
             // typed instead of becoming an italic "*bold".
             const bool touchesStar =
-                (i + 1 < end && m_text[i + 1] == u'*') || (i > begin && m_text[i - 1] == u'*');
+                (i + 1 < end && m_text[i + 1] == u'*') || (i > textStart && m_text[i - 1] == u'*');
             if (touchesStar)
                 return std::nullopt;
             if (const qsizetype j = closer(star1, i + 2, end); j >= 0)
@@ -127,8 +129,8 @@ private:
         if (c == u'`') {
             // Only a lone backtick opens or closes a span: one inside a run would be written
             // back as part of a longer run and read differently.
-            const auto lone = [this, begin, end](qsizetype at) {
-                return (at <= begin || m_text[at - 1] != u'`') &&
+            const auto lone = [this, textStart, end](qsizetype at) {
+                return (at <= textStart || m_text[at - 1] != u'`') &&
                        (at + 1 >= end || m_text[at + 1] != u'`');
             };
             if (!lone(i))
@@ -186,6 +188,15 @@ private:
         return std::nullopt;
     }
 
+    bool onlyBlanks(qsizetype begin, qsizetype end) const
+    {
+        for (qsizetype k = begin; k < end; ++k) {
+            if (!m_text[k].isSpace())
+                return false;
+        }
+        return true;
+    }
+
     void appendText(qsizetype begin, qsizetype end, const Span &marks, QList<Span> &out) const
     {
         if (begin >= end)
@@ -207,8 +218,9 @@ private:
             const QChar c = m_text[i];
             const bool opener =
                 c == u'*' || c == u'~' || c == u'`' || c == u'=' || c == u'[' || c == u'<';
-            std::optional<Match> match = opener ? matchAt(begin, i, end) : std::nullopt;
-            if (!match) {
+            std::optional<Match> match = opener ? matchAt(plainStart, i, end) : std::nullopt;
+            // Marks around nothing but blanks are never written, so such a pair is text.
+            if (!match || onlyBlanks(match->innerBegin, match->innerEnd)) {
                 ++i;
                 continue;
             }
@@ -243,41 +255,129 @@ bool startsWithColourWord(QStringView text)
     return k > 1 && k < text.size() && text[k] == u'}';
 }
 
-QString wrap(const Span &span)
-{
-    qsizetype coreEnd = span.text.size();
-    while (coreEnd > 0 && span.text[coreEnd - 1].isSpace())
-        --coreEnd;
-    // Marks around trailing blanks would read back differently, and marks around nothing
-    // would read back as text.
-    if (coreEnd == 0 || !span.styles)
-        return span.text;
+// One mark as the writer nests it. Bold and italic are one layer with three forms, since
+// "**" inside "*" (or the reverse) can't be told apart from "***" by the reader.
+struct Layer {
+    enum Kind : quint8 { highlight, underline, strikethrough, stars, code };
+    Kind kind;
+    QString colour;    // the palette name, for a highlight
+    int starCount = 0; // 1 italic, 2 bold, 3 both
 
-    QString r = span.text.left(coreEnd);
-    if (span.styles & Style::code)
-        r = u'`' + r + u'`';
-    const bool bold = span.styles.testFlag(Style::bold);
-    const bool italic = span.styles.testFlag(Style::italic);
-    if (bold && italic)
-        r = u"***"_s + r + u"***"_s;
-    else if (bold)
-        r = u"**"_s + r + u"**"_s;
-    else if (italic)
-        r = u'*' + r + u'*';
-    if (span.styles & Style::strikethrough)
-        r = u"~~"_s + r + u"~~"_s;
+    bool operator==(const Layer &) const = default;
+};
+
+QList<Layer> layersOf(const Span &span)
+{
+    QList<Layer> layers;
+    if (span.styles & Style::highlight)
+        layers.append(Layer{Layer::highlight, HighlightPalette::canonicalName(span.highlight)});
     if (span.styles & Style::underline)
-        r = u"<u>"_s + r + u"</u>"_s;
-    if (span.styles & Style::highlight) {
-        const QString name = HighlightPalette::canonicalName(span.highlight);
+        layers.append(Layer{Layer::underline, {}});
+    if (span.styles & Style::strikethrough)
+        layers.append(Layer{Layer::strikethrough, {}});
+    const int stars = (span.styles & Style::bold ? 2 : 0) + (span.styles & Style::italic ? 1 : 0);
+    if (stars)
+        layers.append(Layer{Layer::stars, {}, stars});
+    if (span.styles & Style::code)
+        layers.append(Layer{Layer::code, {}});
+    return layers;
+}
+
+QString marked(const Layer &layer, const QString &inner)
+{
+    switch (layer.kind) {
+    case Layer::highlight:
         // Yellow goes unnamed, unless the text itself starts like a colour word, which would
         // otherwise be read as one and lost.
-        if (name != HighlightPalette::defaultName || startsWithColourWord(r))
-            r = u"=={"_s + name + u'}' + r + u"=="_s;
-        else
-            r = u"=="_s + r + u"=="_s;
+        if (layer.colour != HighlightPalette::defaultName || startsWithColourWord(inner))
+            return u"=={"_s + layer.colour + u'}' + inner + u"=="_s;
+        return u"=="_s + inner + u"=="_s;
+    case Layer::underline:
+        return u"<u>"_s + inner + u"</u>"_s;
+    case Layer::strikethrough:
+        return u"~~"_s + inner + u"~~"_s;
+    case Layer::stars: {
+        const QString stars(layer.starCount, u'*');
+        return stars + inner + stars;
     }
-    return r + QStringView(span.text).mid(coreEnd);
+    case Layer::code:
+        return u'`' + inner + u'`';
+    }
+    return inner;
+}
+
+// Blanks at the end of a mark are written after its closer (a bold word followed by the space
+// typed after it is stored as "**word** "), and a mark around nothing but blanks is left off.
+template<typename Mark>
+QString enclosed(const Mark &mark, const QString &inner)
+{
+    qsizetype coreEnd = inner.size();
+    while (coreEnd > 0 && inner[coreEnd - 1].isSpace())
+        --coreEnd;
+    if (coreEnd == 0)
+        return inner;
+    return mark(inner.left(coreEnd)) + QStringView(inner).mid(coreEnd);
+}
+
+// Writes text runs (no images, no links) with their marks nested: a mark that goes on over
+// several runs is opened once around all of them, so "*a `b`*" is written as such and not as
+// "*a**`b`*", which would read back as something else. Where marks open together, the one that
+// lasts longer goes outside; code always goes innermost, as nothing inside it is read.
+QString nested(const QList<Span> &runs)
+{
+    struct Open {
+        Layer layer;
+        QString text;
+    };
+    QList<Open> stack{{Layer{Layer::code, {}}, {}}}; // the bottom entry is the line itself
+    const auto closeDownTo = [&stack](qsizetype size) {
+        while (stack.size() > size) {
+            Open top = stack.takeLast();
+            stack.last().text +=
+                enclosed([&top](const QString &core) -> QString { return marked(top.layer, core); },
+                         top.text);
+        }
+    };
+    QList<QList<Layer>> layers;
+    layers.reserve(runs.size());
+    for (const Span &run : runs)
+        layers.append(layersOf(run));
+    const auto extent = [&layers](qsizetype from, const Layer &layer) {
+        qsizetype to = from;
+        while (to < layers.size() && layers.at(to).contains(layer))
+            ++to;
+        return to - from;
+    };
+
+    for (qsizetype i = 0; i < runs.size(); ++i) {
+        const QList<Layer> &want = layers.at(i);
+        qsizetype keep = 1;
+        while (keep < stack.size() && want.contains(stack.at(keep).layer))
+            ++keep;
+        closeDownTo(keep);
+        QList<Layer> toOpen;
+        for (const Layer &layer : want) {
+            const bool open = std::any_of(stack.cbegin() + 1, stack.cend(),
+                                          [&layer](const Open &o) { return o.layer == layer; });
+            if (!open)
+                toOpen.append(layer);
+        }
+        if (!toOpen.isEmpty() && stack.size() > 1 && stack.last().layer.kind == Layer::code) {
+            closeDownTo(stack.size() - 1);
+            toOpen.append(Layer{Layer::code, {}});
+        }
+        std::stable_sort(toOpen.begin(), toOpen.end(),
+                         [&extent, i](const Layer &a, const Layer &b) {
+                             if ((a.kind == Layer::code) != (b.kind == Layer::code))
+                                 return b.kind == Layer::code;
+                             return extent(i, a) > extent(i, b);
+                         });
+        for (const Layer &layer : std::as_const(toOpen))
+            stack.append({layer, {}});
+        stack.last().text += runs.at(i).text;
+    }
+    closeDownTo(1);
+    return stack.first().text;
 }
 
 std::optional<int> pointCount(QStringView digits)
@@ -392,36 +492,32 @@ QString serialize(const QList<Span> &spans)
     const QList<Span> runs = merged(spans);
     QString out;
     for (qsizetype i = 0; i < runs.size();) {
-        const Span &span = runs.at(i);
-        if (span.image) {
-            out += span.image->text();
+        if (runs.at(i).image) {
+            out += runs.at(i).image->text();
             ++i;
             continue;
         }
-        if (span.link.isEmpty() || EditorLink::isInternal(QStringView(span.link))) {
-            out += wrap(span);
-            ++i;
+        // A stretch of text runs, cut where an image sits or the user's own link changes.
+        const QString link =
+            EditorLink::isInternal(QStringView(runs.at(i).link)) ? QString() : runs.at(i).link;
+        QList<Span> stretch;
+        for (; i < runs.size() && !runs.at(i).image; ++i) {
+            const Span &run = runs.at(i);
+            const bool ownLink =
+                !run.link.isEmpty() && !EditorLink::isInternal(QStringView(run.link));
+            if ((ownLink ? run.link : QString()) != link)
+                break;
+            stretch.append(run);
+        }
+        if (link.isEmpty()) {
+            out += nested(stretch);
             continue;
         }
-        // Neighbouring runs of one link are written as one link around their marks, so the
-        // URL is written once and reads back as the same link.
-        QString inner;
-        qsizetype end = i;
-        while (end < runs.size() && !runs.at(end).image && runs.at(end).link == span.link) {
-            Span unlinked = runs.at(end);
-            unlinked.link.clear();
-            inner += wrap(unlinked);
-            ++end;
-        }
-        qsizetype coreEnd = inner.size();
-        while (coreEnd > 0 && inner[coreEnd - 1].isSpace())
-            --coreEnd;
-        if (coreEnd == 0)
-            out += inner;
-        else
-            out += u'[' + QStringView(inner).left(coreEnd) + u"]("_s + span.link + u')' +
-                   QStringView(inner).mid(coreEnd);
-        i = end;
+        // One link around its runs' marks, so the URL is written once and reads back as the
+        // same link.
+        out += enclosed(
+            [&link](const QString &core) -> QString { return u'[' + core + u"]("_s + link + u')'; },
+            nested(stretch));
     }
     return out;
 }

@@ -6,7 +6,7 @@ namespace MarkdownDialect {
 
 namespace {
 
-constexpr int maxStabilizingPasses = 4;
+constexpr int maxStabilizingPasses = 16;
 
 bool isFence(QStringView line)
 {
@@ -288,9 +288,14 @@ QStringList serializeTable(const Table &table)
     }
     if (rows.isEmpty())
         rows.append(QStringList{QString()});
-    for (QStringList &row : rows) {
-        while (row.size() < width)
-            row.append(QString());
+    // The header names every column; other rows end at their last filled cell, as reading pads
+    // them again. Padding every row would make a ragged table grow with rows times columns.
+    while (rows.first().size() < width)
+        rows.first().append(QString());
+    for (qsizetype i = 1; i < rows.size(); ++i) {
+        QStringList &row = rows[i];
+        while (row.size() > 1 && row.last().isEmpty())
+            row.removeLast();
     }
     QStringList out;
     out.append(tableRow(rows.first()));

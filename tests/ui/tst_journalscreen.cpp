@@ -448,7 +448,7 @@ private slots:
         QTest::addColumn<QString>("expected");
         const QString table = u"| a | b |\n| --- | --- |\n| c | d |"_s;
         QTest::newRow("row below") << table << u"c"_s << u"Insert Row Below"_s
-                                   << u"| a | b |\n| --- | --- |\n| c | d |\n|  |  |"_s;
+                                   << u"| a | b |\n| --- | --- |\n| c | d |\n|  |"_s;
         QTest::newRow("column after") << table << u"a"_s << u"Insert Column After"_s
                                       << u"| a |  | b |\n| --- | --- | --- |\n| c |  | d |"_s;
         QTest::newRow("delete row")

@@ -101,7 +101,7 @@ private slots:
         QTest::newRow("table") << u"| a | b |\n| --- | --- |\n| 1 | 2 |"_s;
         QTest::newRow("table first and last") << u"| a |\n| --- |"_s;
         QTest::newRow("table between lines")
-            << u"before\n| h | i |\n| --- | --- |\n| x |  |\nafter"_s;
+            << u"before\n| h | i |\n| --- | --- |\n| x |\nafter"_s;
         QTest::newRow("table after blank, before blank") << u"\n| h |\n| --- |\n| x |\n"_s;
         QTest::newRow("image") << u"{{img:"_s + imageA + u"}}"_s;
         QTest::newRow("sized image") << u"{{img:"_s + imageA + u"|w=320,h=200}}"_s;
@@ -113,6 +113,11 @@ private slots:
             << u"Paired with @Ann Lee on #launch, see https://example.com/x."_s;
         QTest::newRow("unclosed marks") << u"**bold* open [link]( ==x <u>y ~~z ` {{img:"_s;
         QTest::newRow("stars that meet") << u"**a*** *b* ****"_s;
+        QTest::newRow("star spans side by side") << u"**a***b* *c***d** ***e****f**"_s;
+        QTest::newRow("marks change inside a mark")
+            << u"*a `b`* ~~x **y** z~~ ==a <u>b</u>== [*a* `b`](u)"_s;
+        QTest::newRow("marks around blanks are text")
+            << u"x * * ** ** ~~ ~~ ` ` == == <u> </u> [ ](x) *\t*"_s;
         QTest::newRow("pipes but no table") << u"| not | a table |\n| still |"_s;
         QTest::newRow("unicode") << u"Café 日本語 🎉 עברית e\u0301 \u2028 \u00a0"_s;
         QTest::newRow("control characters") << u"a\u0000b\u000bc\u000cd\u0085"_s;
@@ -145,9 +150,14 @@ private slots:
         QTest::newRow("link outside marks") << u"**[a](u)**"_s << u"[**a**](u)"_s;
         QTest::newRow("blank inside marks") << u"**a **b"_s << u"**a** b"_s;
         QTest::newRow("neighbours merge") << u"**a****b**"_s << u"**ab**"_s;
+        QTest::newRow("a mark cut by code") << u"*a**`b`*"_s << u"*a`b`*"_s;
+        QTest::newRow("blanks at a link's end") << u"[a *b* ](u)"_s << u"[a *b*](u) "_s;
         QTest::newRow("crlf") << u"a\r\nb\rc\u2029d"_s << u"a\nb\nc\nd"_s;
         QTest::newRow("loose table")
-            << u"|a|b|\n|:-|-:|\n|1|"_s << u"| a | b |\n| --- | --- |\n| 1 |  |"_s;
+            << u"|a|b|\n|:-|-:|\n|1|"_s << u"| a | b |\n| --- | --- |\n| 1 |"_s;
+        QTest::newRow("ragged table")
+            << u"|a|\n|-|\n|b|c|d|\n|e|\n||"_s
+            << u"| a |  |  |\n| --- | --- | --- |\n| b | c | d |\n| e |\n|  |"_s;
         QTest::newRow("separator in the middle")
             << u"| a |\n| b |\n| - |"_s << u"| a |\n| --- |\n| b |"_s;
         QTest::newRow("long line of marks that pair up")
