@@ -1,6 +1,7 @@
 #include "JournalDayList.h"
 
 #include "core/Clock.h"
+#include "writing/JournalSidebar.h"
 
 #include <QContextMenuEvent>
 #include <QLocale>
@@ -8,6 +9,8 @@
 #include <QPainter>
 #include <QScrollBar>
 #include <QStyledItemDelegate>
+
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -21,6 +24,41 @@ QColor blend(const QColor &a, const QColor &b, double amountOfB)
                             float(a.greenF() * (1 - amountOfB) + b.greenF() * amountOfB),
                             float(a.blueF() * (1 - amountOfB) + b.blueF() * amountOfB));
 }
+
+// A day's row, whose preview is cleaned from the page's text the first time it is asked for,
+// and whose tooltip is written when shown.
+class DayItem : public QListWidgetItem {
+public:
+    DayItem(const QString &title, QListWidget *list, QStringList contents)
+        : QListWidgetItem(title, list)
+        , m_contents(std::move(contents))
+    {
+    }
+
+    QVariant data(int role) const override
+    {
+        if (role == Qt::ToolTipRole) {
+            const QDateTime day = QListWidgetItem::data(DayRole).toDateTime();
+            return QLocale().toString(Calendar::current().day(day), QLocale::LongFormat);
+        }
+        if (role != PreviewRole)
+            return QListWidgetItem::data(role);
+        if (!m_preview) {
+            QStringList parts;
+            for (const QString &content : m_contents) {
+                if (QString part = JournalSidebar::cleanedContent(content); !part.isEmpty())
+                    parts.append(std::move(part));
+            }
+            m_preview = parts.join(u' ');
+            m_contents.clear();
+        }
+        return *m_preview;
+    }
+
+private:
+    mutable QStringList m_contents;
+    mutable std::optional<QString> m_preview;
+};
 
 class DayDelegate : public QStyledItemDelegate {
 public:
@@ -123,11 +161,9 @@ void JournalDayList::setDays(const QList<Day> &days, const QDateTime &today)
     const QLocale locale;
 
     const auto addDay = [&](const Day &day, const QString &title) {
-        auto *item = new QListWidgetItem(title, this);
+        auto *item = new DayItem(title, this, day.contents);
         item->setData(DayRole, day.day);
-        item->setData(PreviewRole, day.preview);
         item->setData(WinRole, day.isWin);
-        item->setToolTip(locale.toString(calendar.day(day.day), QLocale::LongFormat));
     };
 
     Day first{today, {}, false};

@@ -4,13 +4,14 @@
 #include <QListWidget>
 
 // The quiet list of days beside the page: today first, then the written days by month, each
-// with the first words of its page.
+// with the first words of its page. A row works out its words when it is first shown, so ten
+// years of pages cost nothing until scrolled to.
 class JournalDayList : public QListWidget {
     Q_OBJECT
 public:
     struct Day {
-        QDateTime day; // start of the day
-        QString preview;
+        QDateTime day;        // start of the day
+        QStringList contents; // the stored text of the day's entries, oldest first
         bool isWin = false;
     };
 

@@ -20,7 +20,6 @@
 #include "writing/EditorLink.h"
 #include "writing/JournalGreeting.h"
 #include "writing/JournalPageEditor.h"
-#include "writing/JournalSidebar.h"
 #include "writing/JournalTemplates.h"
 
 #include <QActionGroup>
@@ -342,11 +341,11 @@ void JournalScreen::refreshDays()
         dates.append(entry->date);
         const QDateTime start = calendar.startOfDay(entry->date);
         if (!days.isEmpty() && days.last().day == start) {
-            days.last().preview += u' ' + JournalSidebar::cleanedContent(entry->content);
+            days.last().contents.append(entry->content);
             days.last().isWin |= entry->isWin;
             continue;
         }
-        days.append({start, JournalSidebar::cleanedContent(entry->content), entry->isWin});
+        days.append({start, {entry->content}, entry->isWin});
     }
     const QDateTime today = m_app.appCalendar().today();
     m_days->setDays(days, today);
