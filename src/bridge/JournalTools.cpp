@@ -12,11 +12,11 @@
 #include "core/records/EntryImage.h"
 #include "core/store/ModelContext.h"
 #include "core/store/StoreError.h"
+#include "writing/InlineMarkup.h"
 #include "writing/JournalDraftStore.h"
 #include "writing/JournalTemplates.h"
 
 #include <QJsonArray>
-#include <QRegularExpression>
 #include <QSet>
 
 #include <algorithm>
@@ -96,6 +96,22 @@ QString normalised(const QString &text)
     return text.simplified();
 }
 
+// Image tokens mean nothing to an assistant; each reads as "[image]".
+QString withImagesNamed(const QString &text)
+{
+    const QList<InlineMarkup::TokenMatch> tokens = InlineMarkup::findImageTokens(text);
+    if (tokens.isEmpty())
+        return text;
+    QString out;
+    out.reserve(text.size());
+    qsizetype at = 0;
+    for (const InlineMarkup::TokenMatch &token : tokens) {
+        out += QStringView(text).mid(at, token.start - at) + u"[image]"_s;
+        at = token.start + token.length;
+    }
+    return out + QStringView(text).mid(at);
+}
+
 QString getEntries(const QJsonObject &arguments, ModelContext &context, JournalDraftStore &drafts)
 {
     const Calendar calendar = Calendar::current();
@@ -117,7 +133,6 @@ QString getEntries(const QJsonObject &arguments, ModelContext &context, JournalD
     if (rows.isEmpty())
         return u"No journal entries in that range."_s;
 
-    static const QRegularExpression image(u"\\{\\{img:[^}]+\\}\\}"_s);
     QStringList sections;
     QSet<qint64> seen;
     QDateTime lastDay;
@@ -130,7 +145,7 @@ QString getEntries(const QJsonObject &arguments, ModelContext &context, JournalD
                 text = JournalDraftStore::reconcile(*draft, drafts.base(day).value_or(text), text);
             seen.insert(day.toMSecsSinceEpoch());
         }
-        text.replace(image, u"[image]"_s);
+        text = withImagesNamed(text);
         text = text.trimmed();
         if (day == lastDay) {
             sections.last() += u"\n\n"_s + text;

@@ -1,5 +1,6 @@
 #include "Clock.h"
 
+#include <QElapsedTimer>
 #include <QLocale>
 
 namespace {
@@ -44,7 +45,16 @@ Calendar Calendar::current()
 {
     if (fixedCalendar())
         return *fixedCalendar();
-    return Calendar();
+    // Finding the system zone reads /etc/localtime and the locale each time, which a reply
+    // listing a year of days would do hundreds of times. An answer up to a second old is fresh
+    // enough: a change of zone still shows within a second.
+    thread_local std::optional<Calendar> cached;
+    thread_local QElapsedTimer age;
+    if (!cached || age.hasExpired(1000)) {
+        cached = Calendar();
+        age.start();
+    }
+    return *cached;
 }
 
 QDate Calendar::day(const QDateTime &instant) const
