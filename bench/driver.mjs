@@ -85,7 +85,15 @@ function sandbox(store) {
     const config = path.join(root, 'config');
     fs.mkdirSync(data);
     fs.mkdirSync(config);
-    if (store) fs.copyFileSync(store, path.join(data, 'default.store'));
+    if (store) {
+        // On disk before the clock starts, as a user's journal is: otherwise the first write
+        // Tovren makes waits for the whole copy to be flushed.
+        const copy = path.join(data, 'default.store');
+        fs.copyFileSync(store, copy);
+        const handle = fs.openSync(copy, 'r+');
+        fs.fsyncSync(handle);
+        fs.closeSync(handle);
+    }
     fs.writeFileSync(path.join(config, 'preferences.json'), JSON.stringify({ mcpServerEnabled: true }));
     return { root, data, config, remove: () => fs.rmSync(root, { recursive: true, force: true }) };
 }
