@@ -100,8 +100,7 @@ private slots:
         QTest::newRow("unclosed fence") << u"text\n```\nstill code\n- [ ] code"_s;
         QTest::newRow("table") << u"| a | b |\n| --- | --- |\n| 1 | 2 |"_s;
         QTest::newRow("table first and last") << u"| a |\n| --- |"_s;
-        QTest::newRow("table between lines")
-            << u"before\n| h | i |\n| --- | --- |\n| x |\nafter"_s;
+        QTest::newRow("table between lines") << u"before\n| h | i |\n| --- | --- |\n| x |\nafter"_s;
         QTest::newRow("table after blank, before blank") << u"\n| h |\n| --- |\n| x |\n"_s;
         QTest::newRow("image") << u"{{img:"_s + imageA + u"}}"_s;
         QTest::newRow("sized image") << u"{{img:"_s + imageA + u"|w=320,h=200}}"_s;
