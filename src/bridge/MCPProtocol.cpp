@@ -77,9 +77,8 @@ RPCResponse MCPProtocol::callTool(const RPCRequest &request, ModelContext &conte
     const QJsonObject arguments = params.value("arguments"_L1).toObject();
 
     try {
-        const QString text = m_tools.invoke(*name, arguments, context, m_preferences);
-        const QJsonArray content{QJsonObject{{"type"_L1, u"text"_s}, {"text"_L1, text}}};
-        return {request.id, QJsonObject{{"content"_L1, content}}, std::nullopt};
+        return {request.id, std::nullopt, std::nullopt,
+                m_tools.invoke(*name, arguments, context, m_preferences)};
     } catch (const MCPError &error) {
         return {request.id, std::nullopt, RPCErrorBody{error.code(), error.message()}};
     } catch (const StoreError &error) {

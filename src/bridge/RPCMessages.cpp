@@ -54,8 +54,92 @@ std::optional<RPCRequest> RPCRequest::decode(QByteArrayView line)
     return request;
 }
 
+namespace {
+
+// A JSON string, quotes included, escaped as QJsonDocument escapes it: quotes, backslashes and
+// control characters, and a surrogate without its other half as "\\uXXXX".
+void appendJsonString(QByteArray &out, QStringView text)
+{
+    static constexpr char hex[] = "0123456789abcdef";
+    const auto escaped = [&out](char16_t unit) {
+        out += "\\u";
+        for (int shift = 12; shift >= 0; shift -= 4)
+            out += hex[(unit >> shift) & 0xf];
+    };
+    out.reserve(out.size() + text.size() + text.size() / 8 + 2);
+    out += '"';
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const char16_t c = text[i].unicode();
+        if (c < 0x80) {
+            switch (c) {
+            case u'"':
+                out += "\\\"";
+                break;
+            case u'\\':
+                out += "\\\\";
+                break;
+            case u'\n':
+                out += "\\n";
+                break;
+            case u'\r':
+                out += "\\r";
+                break;
+            case u'\t':
+                out += "\\t";
+                break;
+            case u'\b':
+                out += "\\b";
+                break;
+            case u'\f':
+                out += "\\f";
+                break;
+            default:
+                if (c < 0x20)
+                    escaped(c);
+                else
+                    out += char(c);
+            }
+        } else if (c < 0x800) {
+            out += char(0xc0 | (c >> 6));
+            out += char(0x80 | (c & 0x3f));
+        } else if (QChar::isHighSurrogate(c) && i + 1 < text.size() &&
+                   text[i + 1].isLowSurrogate()) {
+            const char32_t point = QChar::surrogateToUcs4(c, text[++i].unicode());
+            out += char(0xf0 | (point >> 18));
+            out += char(0x80 | ((point >> 12) & 0x3f));
+            out += char(0x80 | ((point >> 6) & 0x3f));
+            out += char(0x80 | (point & 0x3f));
+        } else if (QChar::isSurrogate(c)) {
+            escaped(c);
+        } else {
+            out += char(0xe0 | (c >> 12));
+            out += char(0x80 | ((c >> 6) & 0x3f));
+            out += char(0x80 | (c & 0x3f));
+        }
+    }
+    out += '"';
+}
+
+} // namespace
+
 QByteArray RPCResponse::encode() const
 {
+    if (toolText && !result && !error) {
+        QByteArray out = "{";
+        if (id) {
+            out += "\"id\":";
+            const QJsonValue value = id->encode();
+            if (id->isNumber())
+                out += QByteArray::number(value.toInteger());
+            else
+                appendJsonString(out, value.toString());
+            out += ',';
+        }
+        out += "\"jsonrpc\":\"2.0\",\"result\":{\"content\":[{\"text\":";
+        appendJsonString(out, *toolText);
+        out += ",\"type\":\"text\"}]}}";
+        return out;
+    }
     QJsonObject object{{"jsonrpc"_L1, u"2.0"_s}};
     if (id)
         object.insert("id"_L1, id->encode());

@@ -55,6 +55,10 @@ struct RPCResponse {
     std::optional<RPCID> id;
     std::optional<QJsonObject> result;
     std::optional<RPCErrorBody> error;
+    // A tool's answer, sent as the result {"content": [{"type": "text", "text": ...}]}. It is
+    // written straight to JSON: a year of pages is a third of a megabyte, and going through
+    // QJsonObject converted it three times.
+    std::optional<QString> toolText = std::nullopt;
 
     // One line of compact JSON without the newline; "id" is left out rather than null.
     QByteArray encode() const;

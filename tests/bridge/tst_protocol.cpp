@@ -46,6 +46,47 @@ private:
     }
 
 private slots:
+    // A tool's answer is written without QJsonObject; it must read back as the same JSON, and
+    // stay on one line, whatever the text holds.
+    void toolTextEncodesLikeJsonObject_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("id");
+        QTest::newRow("plain") << u"Shipped the importer."_s << QString();
+        QTest::newRow("quotes and backslashes") << u"say \"hi\" \\ C:\\path\\"_s << u"7"_s;
+        QString controls;
+        for (char16_t c = 0; c < 0x20; ++c)
+            controls += QChar(c);
+        QTest::newRow("every control character") << controls + u"\u007f"_s << u"x"_s;
+        QTest::newRow("unicode") << u"Café 日本語 🎉 \u2028 \u2029 \u00a0 \ufeff"_s << u"-1"_s;
+        QTest::newRow("lone surrogates")
+            << u"a"_s + QChar(0xD800) + u"b"_s + QChar(0xDC00) << u"\"quoted\" id"_s;
+        QTest::newRow("empty") << QString() << u"9223372036854775807"_s;
+        QTest::newRow("long") << QString(100000, u'"') << u"1"_s;
+    }
+
+    void toolTextEncodesLikeJsonObject()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, id);
+        std::optional<RPCID> rpcID;
+        bool number = false;
+        if (const qint64 value = id.toLongLong(&number); number)
+            rpcID = RPCID(value);
+        else if (!id.isNull())
+            rpcID = RPCID(id);
+        const QByteArray direct = RPCResponse{rpcID, std::nullopt, std::nullopt, text}.encode();
+        const QJsonArray content{QJsonObject{{"type"_L1, u"text"_s}, {"text"_L1, text}}};
+        const QByteArray viaObject =
+            RPCResponse{rpcID, QJsonObject{{"content"_L1, content}}, std::nullopt}.encode();
+        QVERIFY(!direct.contains('\n'));
+        QJsonParseError error;
+        const QJsonDocument read = QJsonDocument::fromJson(direct, &error);
+        QCOMPARE(error.error, QJsonParseError::NoError);
+        QCOMPARE(read, QJsonDocument::fromJson(viaObject));
+        QCOMPARE(direct, viaObject);
+    }
+
     void initializeAnswersWithoutNegotiating()
     {
         Journal journal;
