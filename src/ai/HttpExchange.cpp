@@ -1,5 +1,6 @@
 #include "ai/HttpExchange.h"
 
+#include <QCoreApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
@@ -91,6 +92,18 @@ QString withoutSecret(QString text, const QString &secret)
     if (encoded != secret)
         text.replace(encoded, u"…"_s);
     return text;
+}
+
+void endAll(QNetworkAccessManager &network)
+{
+    for (int round = 0; round < 20; ++round) {
+        const auto replies = network.findChildren<QNetworkReply *>();
+        if (replies.isEmpty())
+            return;
+        for (QNetworkReply *reply : replies)
+            reply->abort();
+        QCoreApplication::processEvents();
+    }
 }
 
 } // namespace HttpExchange

@@ -33,6 +33,12 @@ QCoro::Task<Result> send(QNetworkAccessManager &network, QNetworkRequest request
 
 QNetworkRequest jsonRequest(const QUrl &url);
 
+// Aborts every request still under way on the manager, so that whatever awaits one finishes
+// (and frees itself) now. An aborted reply reports its end through the event queue and what
+// awaited it may ask again (a probe tries several paths), so this runs a few rounds of abort
+// and one pass of the queue.
+void endAll(QNetworkAccessManager &network);
+
 // The message of a failed body: error.message, error, or message when the body is a JSON object
 // holding one of them as text; otherwise its first 200 bytes, or "(no body)" when those aren't
 // UTF-8.

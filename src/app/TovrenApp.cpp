@@ -1,6 +1,7 @@
 #include "TovrenApp.h"
 
 #include "ai/AIAvailabilityNotifier.h"
+#include "ai/HttpExchange.h"
 #include "bridge/JournalTools.h"
 #include "bridge/MCPProtocol.h"
 #include "bridge/MCPServer.h"
@@ -32,7 +33,6 @@
 #include "platform/SecretStore.h"
 
 #include <QCoreApplication>
-#include <QNetworkReply>
 #include <QTimer>
 
 using namespace Qt::StringLiterals;
@@ -68,16 +68,7 @@ TovrenApp::~TovrenApp()
     // itself) while everything it may touch still exists; background work sees it is no
     // longer wanted.
     m_aiWork.reset();
-    // An aborted reply reports its end through the event queue, and what awaited it may ask
-    // again (a probe tries several paths); a few rounds settle it.
-    for (int round = 0; round < 20; ++round) {
-        const auto replies = m_network.findChildren<QNetworkReply *>();
-        if (replies.isEmpty())
-            break;
-        for (QNetworkReply *reply : replies)
-            reply->abort();
-        QCoreApplication::processEvents();
-    }
+    HttpExchange::endAll(m_network);
     saveNow();
 }
 

@@ -2,6 +2,7 @@
 #include "TestSupport.h"
 
 #include "ai/AIKeyStore.h"
+#include "ai/HttpExchange.h"
 #include "ai/OnDeviceModel.h"
 #include "core/PreferenceKeys.h"
 #include "core/Preferences.h"
@@ -15,7 +16,6 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
@@ -56,14 +56,7 @@ struct Fixture {
     ~Fixture()
     {
         pane.reset();
-        for (int round = 0; round < 20; ++round) {
-            const auto replies = network.findChildren<QNetworkReply *>();
-            if (replies.isEmpty())
-                break;
-            for (QNetworkReply *reply : replies)
-                reply->abort();
-            QCoreApplication::processEvents();
-        }
+        HttpExchange::endAll(network);
     }
     void open()
     {
