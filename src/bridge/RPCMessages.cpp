@@ -58,6 +58,29 @@ namespace {
 
 // A JSON string, quotes included, escaped as QJsonDocument escapes it: quotes, backslashes and
 // control characters, and a surrogate without its other half as "\\uXXXX".
+// The letter after the backslash for characters with a two-character escape, else 0.
+constexpr char shortEscape(char16_t c)
+{
+    switch (c) {
+    case u'"':
+        return '"';
+    case u'\\':
+        return '\\';
+    case u'\n':
+        return 'n';
+    case u'\r':
+        return 'r';
+    case u'\t':
+        return 't';
+    case u'\b':
+        return 'b';
+    case u'\f':
+        return 'f';
+    default:
+        return 0;
+    }
+}
+
 void appendJsonString(QByteArray &out, QStringView text)
 {
     static constexpr char hex[] = "0123456789abcdef";
@@ -80,33 +103,12 @@ void appendJsonString(QByteArray &out, QStringView text)
     for (qsizetype i = 0; i < text.size(); ++i) {
         const char16_t c = text[i].unicode();
         if (c < 0x80) {
-            switch (c) {
-            case u'"':
-                pair('\\', '"');
-                break;
-            case u'\\':
-                pair('\\', '\\');
-                break;
-            case u'\n':
-                pair('\\', 'n');
-                break;
-            case u'\r':
-                pair('\\', 'r');
-                break;
-            case u'\t':
-                pair('\\', 't');
-                break;
-            case u'\b':
-                pair('\\', 'b');
-                break;
-            case u'\f':
-                pair('\\', 'f');
-                break;
-            default:
-                if (c < 0x20)
-                    escaped(c);
-                else
-                    *to++ = char(c);
+            if (const char letter = shortEscape(c)) {
+                pair('\\', letter);
+            } else if (c < 0x20) {
+                escaped(c);
+            } else {
+                *to++ = char(c);
             }
         } else if (c < 0x800) {
             pair(char(0xc0 | (c >> 6)), char(0x80 | (c & 0x3f)));
