@@ -182,6 +182,16 @@ void replaceBefore(QTextCursor &cursor, int count, const QString &with)
     replace.insertText(with, format);
 }
 
+// Whether the word being typed is a web address, where "--" and "->" are part of a path.
+bool endsInAddress(QStringView before)
+{
+    qsizetype start = before.size();
+    while (start > 0 && !before.at(start - 1).isSpace())
+        --start;
+    const QStringView word = before.mid(start);
+    return word.contains(u"://") || word.startsWith(u"www.", Qt::CaseInsensitive);
+}
+
 } // namespace
 
 bool handleReturn(QTextCursor &cursor)
@@ -325,6 +335,8 @@ bool checkSmartSubstitutions(QTextCursor &cursor)
         (format.isAnchor() && !format.boolProperty(EntryMarkup::DerivedLinkProperty)))
         return false;
     const QString before = block.text().left(positionInBlock(cursor));
+    if (endsInAddress(before))
+        return false;
     if (before.endsWith(u"-->")) {
         replaceBefore(cursor, 3, u"→"_s);
     } else if (before.endsWith(u"—>") || before.endsWith(u"->")) {
