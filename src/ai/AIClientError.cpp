@@ -55,6 +55,8 @@ QString AIClientError::errorDescription() const
         return m_text;
     case Kind::missingAPIKey:
         return u"No API key configured. Add one in Settings → AI Provider."_s;
+    case Kind::missingEndpoint:
+        return u"No address configured for your AI endpoint. Add one in Settings → AI Provider."_s;
     case Kind::timedOut:
         return u"The AI provider didn't respond in time. Check your connection and try again."_s;
     case Kind::invalidAPIKey:

@@ -15,6 +15,7 @@ public:
         providerError,
         appleModelUnavailable,
         missingAPIKey,
+        missingEndpoint,
         timedOut,
         invalidAPIKey,
         insufficient,
@@ -27,6 +28,7 @@ public:
     static AIClientError providerError(int status, QString message);
     static AIClientError appleModelUnavailable(QString text);
     static AIClientError missingAPIKey() { return AIClientError(Kind::missingAPIKey); }
+    static AIClientError missingEndpoint() { return AIClientError(Kind::missingEndpoint); }
     static AIClientError timedOut() { return AIClientError(Kind::timedOut); }
     static AIClientError invalidAPIKey() { return AIClientError(Kind::invalidAPIKey); }
     static AIClientError insufficient() { return AIClientError(Kind::insufficient); }

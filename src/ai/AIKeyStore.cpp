@@ -63,19 +63,25 @@ QCoro::Task<bool> AIKeyStore::write(QString value, QString account)
     co_return false;
 }
 
-QCoro::Task<> AIKeyStore::remove(QString account)
+QCoro::Task<bool> AIKeyStore::remove(QString account)
 {
     const SecretStore::Outcome outcome = co_await m_secrets->remove(account);
     m_usedFallback = outcome == SecretStore::Outcome::unavailable;
-    if (readFile(account))
-        writeFile(account, std::nullopt);
+    // A keyring that refused still holds the key; the file's copy goes either way.
+    const bool keyringClear = outcome != SecretStore::Outcome::failed;
+    const bool fileClear = !readFile(account) || writeFile(account, std::nullopt);
+    co_return keyringClear &&fileClear;
 }
 
-QCoro::Task<> AIKeyStore::removeAllProviderKeys()
+QCoro::Task<bool> AIKeyStore::removeAllProviderKeys()
 {
+    bool all = true;
     for (AIProvider provider :
-         {AIProvider::claude, AIProvider::openai, AIProvider::gemini, AIProvider::custom})
-        co_await remove(AIProviders::keyAccount(provider));
+         {AIProvider::claude, AIProvider::openai, AIProvider::gemini, AIProvider::custom}) {
+        const bool removed = co_await remove(AIProviders::keyAccount(provider));
+        all = all && removed;
+    }
+    co_return all;
 }
 
 QString AIKeyStore::fallbackNotice() const

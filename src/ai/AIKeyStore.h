@@ -24,9 +24,10 @@ public:
     QCoro::Task<std::optional<QString>> read(QString account);
     // Replaces any earlier key; says whether it was kept.
     QCoro::Task<bool> write(QString value, QString account);
-    QCoro::Task<> remove(QString account);
-    // Every provider's key, for erasing all data.
-    QCoro::Task<> removeAllProviderKeys();
+    // True once neither the keyring nor the file holds a key for the account any more.
+    QCoro::Task<bool> remove(QString account);
+    // Every provider's key, for erasing all data; true when all of them are gone.
+    QCoro::Task<bool> removeAllProviderKeys();
 
     // Whether the last operation had to use the file.
     bool usesFallbackFile() const { return m_usedFallback; }

@@ -78,7 +78,7 @@ QCoro::Task<QStringList> fetch(const AIContext &context, AIProvider provider, QS
                        : AIProviders::normalizedBase(
                              context.preferences.value(Prefs::aiBaseUrlCustom).value_or(QString()));
         if (!base)
-            co_return QStringList();
+            throw AIClientError::missingEndpoint();
         request.setUrl(withPath(*base, u"/models"_s));
         if (!apiKey.isEmpty()) {
             if (AIProviders::detectedWireFormat(context.preferences) == AIWireFormat::anthropic) {

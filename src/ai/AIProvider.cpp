@@ -2,6 +2,8 @@
 
 #include "core/PreferenceKeys.h"
 
+#include <QRegularExpression>
+
 using namespace Qt::StringLiterals;
 
 ProviderHosts ProviderHosts::standard()
@@ -102,7 +104,9 @@ std::optional<QUrl> normalizedBase(const QString &text)
     QString address = text.trimmed();
     if (address.isEmpty())
         return std::nullopt;
-    if (!address.toLower().startsWith(u"http"_s))
+    // Anything typed without a scheme is a host, even one whose name begins with "http".
+    static const QRegularExpression scheme(u"^[A-Za-z][A-Za-z0-9+.-]*://"_s);
+    if (!scheme.match(address).hasMatch())
         address.prepend(u"https://"_s);
     auto dropTrailingSlashes = [&address] {
         while (address.endsWith(u'/'))
@@ -116,7 +120,8 @@ std::optional<QUrl> normalizedBase(const QString &text)
     }
     dropTrailingSlashes();
     const QUrl url(address, QUrl::StrictMode);
-    if (!url.isValid() || url.scheme().isEmpty() || url.host().isEmpty())
+    const QString given = url.scheme().toLower();
+    if (!url.isValid() || (given != u"https"_s && given != u"http"_s) || url.host().isEmpty())
         return std::nullopt;
     return url;
 }

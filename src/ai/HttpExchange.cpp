@@ -23,6 +23,26 @@ QNetworkRequest jsonRequest(const QUrl &url)
     return request;
 }
 
+namespace {
+
+// Whether the reply ended before its body did: the connection dropped after the headers, or the
+// body is shorter than the length the server announced. Reads the body into `body`.
+bool cutOff(QNetworkReply &reply, QByteArray &body)
+{
+    body = reply.readAll();
+    const QNetworkReply::NetworkError error = reply.error();
+    // 1-199: the connection or a proxy failed; the 200s and up are the server's own status.
+    if ((error > QNetworkReply::NoError && error < QNetworkReply::ContentAccessDenied) ||
+        error == QNetworkReply::ProtocolFailure)
+        return true;
+    // A compressed body is announced at its compressed length, and arrives inflated.
+    const QVariant announced = reply.header(QNetworkRequest::ContentLengthHeader);
+    return announced.isValid() && !reply.hasRawHeader("Content-Encoding") &&
+           body.size() < announced.toLongLong();
+}
+
+} // namespace
+
 QCoro::Task<Result> send(QNetworkAccessManager &network, QNetworkRequest request, bool post,
                          QByteArray body, std::chrono::milliseconds timeout)
 {
@@ -44,10 +64,14 @@ QCoro::Task<Result> send(QNetworkAccessManager &network, QNetworkRequest request
     }
 
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    if (status.isValid()) {
+    if (status.isValid() && !cutOff(*reply, result.body)) {
         result.status = status.toInt();
-        result.body = reply->readAll();
         result.retryAfter = reply->rawHeader("Retry-After");
+    } else if (status.isValid()) {
+        // Half a reply reads as a whole one to the JSON parser often enough (a cut list, a cut
+        // answer text inside an error page), so it counts as no reply at all.
+        result.body.clear();
+        result.transportError = u"The connection closed before the whole reply arrived."_s;
     } else if (reply->error() == QNetworkReply::TimeoutError) {
         result.timedOut = true;
     } else {

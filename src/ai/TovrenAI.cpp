@@ -1,5 +1,6 @@
 #include "ai/TovrenAI.h"
 
+#include "ai/AIClientError.h"
 #include "ai/AIContext.h"
 #include "ai/AIKeyStore.h"
 #include "ai/HTTPAIClient.h"
@@ -37,10 +38,10 @@ QCoro::Task<std::unique_ptr<AIClient>> current(const AIContext &context)
     if (provider == AIProvider::custom) {
         customBase = AIProviders::normalizedBase(
             preferences.value(Prefs::aiBaseUrlCustom).value_or(QString()));
-        // A custom provider without an address quietly stays on this computer.
+        // Never a quiet switch to the on-device model: the user chose an endpoint of their own
+        // and would not learn that another model wrote the text.
         if (!customBase)
-            co_return std::make_unique<AppleFoundationClient>(
-                network, onDevice, AIProviders::model(preferences, AIProvider::appleFoundation));
+            throw AIClientError::missingEndpoint();
     }
 
     const QString key = (co_await keys.read(AIProviders::keyAccount(provider))).value_or(QString());

@@ -26,15 +26,22 @@ QByteArray tags(const QStringList &names)
     return QJsonDocument(QJsonObject{{u"models"_s, models}}).toJson(QJsonDocument::Compact);
 }
 
-// A model server: /api/tags lists what it has, /api/chat answers.
+// A model server: /api/tags lists what it has, /api/show tells what a model can do (those
+// named "embed…" only embed), /api/chat answers.
 void serveOllama(FakeHttpServer &server, QByteArray tagsBody, int tagsStatus = 200,
                  QByteArray chatBody = "{\"message\":{\"role\":\"assistant\",\"content\":\"OK\"}}",
                  int chatStatus = 200)
 {
     server.setHandler([=](const FakeHttpServer::Request &request) {
         if (request.path() == u"/api/tags"_s)
-            return FakeHttpServer::Response{tagsStatus, tagsBody, {}, false};
-        return FakeHttpServer::Response{chatStatus, chatBody, {}, false};
+            return FakeHttpServer::Response{tagsStatus, tagsBody};
+        if (request.path() == u"/api/show"_s) {
+            const bool embeds = request.json().value(u"model"_s).toString().startsWith(u"embed"_s);
+            return FakeHttpServer::Response{
+                200, embeds ? "{\"capabilities\":[\"embedding\"]}"
+                            : "{\"capabilities\":[\"completion\",\"tools\"]}"};
+        }
+        return FakeHttpServer::Response{chatStatus, chatBody};
     });
 }
 
@@ -48,6 +55,11 @@ private slots:
     void status();
     void answers_data();
     void answers();
+    void contextWindow_data();
+    void contextWindow();
+    void busyServer();
+    void serverAddress_data();
+    void serverAddress();
     void notice_data();
     void notice();
     void noticeOncePerWeek();
@@ -115,6 +127,12 @@ void TestOnDevice::answers_data()
     const QByteArray listed = tags({u"first:1b"_s, u"second:2b"_s});
     QTest::newRow("first listed model")
         << listed << QString() << std::optional<QString>() << ok << 200 << u"first:1b"_s << u"OK"_s;
+    QTest::newRow("embedding models passed over")
+        << tags({u"embed-text:v1"_s, u"chat:3b"_s}) << QString() << std::optional<QString>() << ok
+        << 200 << u"chat:3b"_s << u"OK"_s;
+    QTest::newRow("only embedding models")
+        << tags({u"embed-text:v1"_s}) << QString() << std::optional<QString>() << ok << 200
+        << QString() << OnDeviceModel::statusText(AppleModelStatus::notReady);
     QTest::newRow("stored model and system text")
         << listed << u"second:2b"_s << std::optional(u"Be brief."_s) << ok << 200 << u"second:2b"_s
         << u"OK"_s;
@@ -147,11 +165,7 @@ void TestOnDevice::answers()
         QCoro::waitFor(capture(client.respond(u"Reply with the word OK."_s, system)));
     QCOMPARE(outcome.value ? *outcome.value : outcome.errorText(), expected);
 
-    QList<FakeHttpServer::Request> chats;
-    for (const auto &request : server.requests()) {
-        if (request.path() == u"/api/chat"_s)
-            chats.append(request);
-    }
+    const QList<FakeHttpServer::Request> chats = server.requestsTo(u"/api/chat"_s);
     if (expectedModel.isEmpty()) {
         QVERIFY(chats.isEmpty());
         QCOMPARE(outcome.error->kind(), AIClientError::Kind::appleModelUnavailable);
@@ -167,6 +181,79 @@ void TestOnDevice::answers()
     messages.append(
         QJsonObject{{u"role"_s, u"user"_s}, {u"content"_s, u"Reply with the word OK."_s}});
     QCOMPARE(body.value(u"messages"_s).toArray(), messages);
+}
+
+void TestOnDevice::contextWindow_data()
+{
+    QTest::addColumn<int>("promptBytes");
+    QTest::addColumn<int>("expected");
+    QTest::newRow("a question") << 30 << 8192;
+    QTest::newRow("a month of pages") << 60000 << 32768;
+    QTest::newRow("beyond any local model") << 2000000 << 131072;
+}
+
+// The server's own window is small and it cuts a longer prompt from the front without a word.
+void TestOnDevice::contextWindow()
+{
+    QFETCH(int, promptBytes);
+    QFETCH(int, expected);
+    FakeHttpServer server;
+    serveOllama(server, tags({u"chat:3b"_s}));
+    AppleFoundationClient client(m_network, server.url(), u"chat:3b"_s);
+    QCoro::waitFor(capture(client.respond(QString(promptBytes, u'w'))));
+    const auto chats = server.requestsTo(u"/api/chat"_s);
+    QCOMPARE(chats.size(), 1);
+    const int window = chats.first().json()[u"options"_s][u"num_ctx"_s].toInt();
+    QCOMPARE(window, expected);
+    // Room for the prompt at three bytes a token, unless no local model has that much.
+    QVERIFY(window >= promptBytes / 3 + 4096 || window == 131072);
+}
+
+void TestOnDevice::busyServer()
+{
+    // A server loading a model answers even its list late; the check waits that long.
+    QVERIFY(OnDeviceModel::statusTimeout >= std::chrono::seconds(30));
+    FakeHttpServer server;
+    server.setHandler([](const FakeHttpServer::Request &) {
+        return FakeHttpServer::Response{200, {}, {}, true};
+    });
+    AppleFoundationClient client(m_network, server.url(), QString());
+    client.setStatusTimeout(std::chrono::milliseconds(200));
+    const auto outcome = QCoro::waitFor(capture(client.respond(u"hi"_s)));
+    QCOMPARE(outcome.errorText(),
+             u"The AI provider didn't respond in time. Check your connection and try again."_s);
+}
+
+void TestOnDevice::serverAddress_data()
+{
+    QTest::addColumn<QString>("ollamaHost"); // OLLAMA_HOST as a user may set it
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("unset") << QString() << u"http://127.0.0.1:11434"_s;
+    QTest::newRow("host") << u"gpu-box"_s << u"http://gpu-box:11434"_s;
+    QTest::newRow("host and port") << u"10.0.0.5:8000"_s << u"http://10.0.0.5:8000"_s;
+    QTest::newRow("port only") << u":9999"_s << u"http://127.0.0.1:9999"_s;
+    QTest::newRow("listen address") << u"0.0.0.0"_s << u"http://127.0.0.1:11434"_s;
+    QTest::newRow("quoted url") << u" \"https://llm.corp/ollama\" "_s
+                                << u"https://llm.corp:443/ollama"_s;
+    QTest::newRow("http url with port") << u"http://box:1234"_s << u"http://box:1234"_s;
+    QTest::newRow("ipv6") << u"[::1]:7000"_s << u"http://[::1]:7000"_s;
+}
+
+void TestOnDevice::serverAddress()
+{
+    QFETCH(QString, ollamaHost);
+    QFETCH(QString, expected);
+    const QByteArray testServer = qgetenv("TOVREN_ONDEVICE_URL");
+    qunsetenv("TOVREN_ONDEVICE_URL");
+    if (ollamaHost.isEmpty())
+        qunsetenv("OLLAMA_HOST");
+    else
+        qputenv("OLLAMA_HOST", ollamaHost.toUtf8());
+    const QString server = OnDeviceModel::defaultServer().toString();
+    qunsetenv("OLLAMA_HOST");
+    if (!testServer.isEmpty())
+        qputenv("TOVREN_ONDEVICE_URL", testServer);
+    QCOMPARE(server, expected);
 }
 
 void TestOnDevice::notice_data()

@@ -1,14 +1,10 @@
+#include "AITestBed.h"
 #include "FakeHttpServer.h"
 
-#include "ai/AIContext.h"
 #include "ai/AIEndpointProbe.h"
-#include "ai/AIKeyStore.h"
 #include "ai/AIModelCatalog.h"
 #include "core/PreferenceKeys.h"
 
-#include "TestSupport.h"
-
-#include <QNetworkAccessManager>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -186,15 +182,12 @@ void TestProbe::catalog()
 
     FakeHttpServer server;
     server.answer(200, body);
-    TempDataDir dir;
-    Preferences preferences(dir.configDir() + u"/preferences.json"_s);
+    AITestBed bed;
+    Preferences &preferences = bed.preferences;
     preferences.setText(Prefs::aiBaseUrlCustom.name, server.url(u"/v1/"_s).toString());
     if (!format.isEmpty())
         preferences.setText(Prefs::aiWireFormatCustom.name, format);
-    MemorySecretStore secrets;
-    AIKeyStore keys(secrets, dir.configDir() + u"/ai-keys.json"_s);
-    AIContext context{preferences, keys, m_network,
-                      ProviderHosts{server.url(), server.url(), server.url()}, server.url()};
+    const AIContext context = bed.context(server.url());
 
     FixedClock clock(QDateTime(QDate(2026, 5, 1), QTime(12, 0), Qt::UTC));
     const AIProvider which = *AIProviders::fromRaw(provider);
@@ -208,27 +201,18 @@ void TestProbe::catalog()
     const auto &request = server.requests().first();
     QCOMPARE(request.method, "GET");
     QCOMPARE(QString::fromLatin1(request.target), expectedTarget);
-    for (auto it = expectedHeaders.cbegin(); it != expectedHeaders.cend(); ++it) {
-        const QByteArray name = it.key().toLatin1();
-        if (it.value().toString().isEmpty())
-            QVERIFY2(!request.headers.contains(name), name.constData());
-        else
-            QCOMPARE(QString::fromUtf8(request.headers.value(name)), it.value().toString());
-    }
+    QCOMPARE(request.headerMismatch(expectedHeaders), QString());
 }
 
 void TestProbe::catalogFailureKeepsCache()
 {
     FakeHttpServer server;
     server.answer(200, "{\"data\":\"not a list\"}");
-    TempDataDir dir;
-    Preferences preferences(dir.configDir() + u"/preferences.json"_s);
+    AITestBed bed;
+    Preferences &preferences = bed.preferences;
     preferences.set(Prefs::aiModelsCache(u"openai"_s), QStringList{u"gpt-old"_s});
     preferences.set(Prefs::aiModelsFetchedAt(u"openai"_s), 100.0);
-    MemorySecretStore secrets;
-    AIKeyStore keys(secrets, dir.configDir() + u"/ai-keys.json"_s);
-    AIContext context{preferences, keys, m_network,
-                      ProviderHosts{server.url(), server.url(), server.url()}, server.url()};
+    const AIContext context = bed.context(server.url());
 
     QVERIFY(!QCoro::waitFor(AIModelCatalog::refresh(context, AIProvider::openai, u"k"_s)));
     server.answer(401, "{\"error\":{\"message\":\"bad key\"}}");
@@ -238,6 +222,13 @@ void TestProbe::catalogFailureKeepsCache()
     QVERIFY(!QCoro::waitFor(AIModelCatalog::refresh(context, AIProvider::openai, u"k"_s)));
     QCOMPARE(AIModelCatalog::cached(preferences, AIProvider::openai), QStringList{u"gpt-old"_s});
     QCOMPARE(preferences.value(Prefs::aiModelsFetchedAt(u"openai"_s)), std::optional(100.0));
+
+    // A custom provider with no address has nothing to ask, and no empty list is kept for it.
+    const auto nowhere =
+        QCoro::waitFor(capture(AIModelCatalog::fetch(context, AIProvider::custom, QString())));
+    QCOMPARE(nowhere.error->kind(), AIClientError::Kind::missingEndpoint);
+    QVERIFY(!QCoro::waitFor(AIModelCatalog::refresh(context, AIProvider::custom, QString())));
+    QVERIFY(!preferences.value(Prefs::aiModelsFetchedAt(u"custom"_s)));
 }
 
 void TestProbe::staleness_data()
@@ -278,8 +269,13 @@ void TestProbe::normalizedBase_data()
     QTest::newRow("blank") << u" \n "_s << QString();
     QTest::newRow("http kept") << u" http://127.0.0.1:11434/v1// "_s
                                << u"http://127.0.0.1:11434/v1"_s;
-    QTest::newRow("host starting with http gets no scheme") << u"httpbin.org/v1"_s << QString();
+    QTest::newRow("typed without scheme")
+        << u"api.example.com/v1"_s << u"https://api.example.com/v1"_s;
+    QTest::newRow("host starting with http") << u"httpbin.org/v1"_s << u"https://httpbin.org/v1"_s;
+    QTest::newRow("host and port") << u"localhost:8080/v1/"_s << u"https://localhost:8080/v1"_s;
+    QTest::newRow("scheme in capitals") << u"HTTP://gw.local/v1"_s << u"http://gw.local/v1"_s;
     QTest::newRow("not an address") << u"https://"_s << QString();
+    QTest::newRow("not http") << u"ftp://files.example/v1"_s << QString();
 }
 
 void TestProbe::normalizedBase()

@@ -11,6 +11,7 @@
 #include <QTcpSocket>
 #include <QTimer>
 #include <QUrl>
+#include <QVariantMap>
 
 #include <qcoro/qcorotask.h>
 
@@ -30,12 +31,37 @@ public:
         QString path() const { return QUrl(QString::fromLatin1(target)).path(); }
         QString query() const { return QUrl(QString::fromLatin1(target)).query(); }
         QJsonObject json() const { return QJsonDocument::fromJson(body).object(); }
+        // Empty when each named header has the value given; an empty value means absent.
+        QString headerMismatch(const QVariantMap &expected) const
+        {
+            for (auto it = expected.cbegin(); it != expected.cend(); ++it) {
+                const QByteArray name = it.key().toLatin1();
+                const QString want = it.value().toString();
+                if (want.isEmpty() ? headers.contains(name)
+                                   : QString::fromUtf8(headers.value(name)) != want)
+                    return it.key() + QStringLiteral(": ") +
+                           QString::fromUtf8(headers.value(name, "(absent)"));
+            }
+            return QString();
+        }
     };
     struct Response {
+        Response() = default;
+        Response(int status_, QByteArray body_ = {},
+                 QList<std::pair<QByteArray, QByteArray>> headers_ = {}, bool neverAnswer_ = false)
+            : status(status_)
+            , body(std::move(body_))
+            , headers(std::move(headers_))
+            , neverAnswer(neverAnswer_)
+        {
+        }
+
         int status = 200;
         QByteArray body;
         QList<std::pair<QByteArray, QByteArray>> headers;
         bool neverAnswer = false;
+        // Sends the headers and half the body, then closes: a reply cut off on the way.
+        bool cutMidBody = false;
     };
     using Handler = std::function<Response(const Request &)>;
 
@@ -52,7 +78,7 @@ public:
     // Always the same answer.
     void answer(int status, QByteArray body, QList<std::pair<QByteArray, QByteArray>> headers = {})
     {
-        m_handler = [=](const Request &) { return Response{status, body, headers, false}; };
+        m_handler = [=](const Request &) { return Response{status, body, headers}; };
     }
 
     bool isListening() const { return m_server.isListening(); }
@@ -61,6 +87,15 @@ public:
         return QUrl(QStringLiteral("http://127.0.0.1:%1").arg(m_server.serverPort()) + path);
     }
     const QList<Request> &requests() const { return m_requests; }
+    QList<Request> requestsTo(const QString &path) const
+    {
+        QList<Request> found;
+        for (const Request &request : m_requests) {
+            if (request.path() == path)
+                found.append(request);
+        }
+        return found;
+    }
     void close() { m_server.close(); }
 
 private:
@@ -102,7 +137,9 @@ private:
             if (!hasType)
                 out += "Content-Type: application/json\r\n";
             out += "Content-Length: " + QByteArray::number(response.body.size()) +
-                   "\r\nConnection: close\r\n\r\n" + response.body;
+                   "\r\nConnection: close\r\n\r\n" +
+                   (response.cutMidBody ? response.body.left(response.body.size() / 2)
+                                        : response.body);
             socket->write(out);
             socket->disconnectFromHost();
         });

@@ -1,4 +1,4 @@
-#include "../ai/FakeHttpServer.h"
+#include "FakeHttpServer.h"
 #include "TestSupport.h"
 
 #include "ai/AIKeyStore.h"

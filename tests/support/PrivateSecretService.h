@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QProcess>
+#include <QString>
+#include <QTemporaryDir>
+
+// A Secret Service of the test's own: a private D-Bus session bus with gnome-keyring on it, and
+// HOME and the XDG folders in a temporary directory, so that no test touches the user's keyring.
+// Start it before anything in the process opens the session bus.
+class PrivateSecretService {
+public:
+    PrivateSecretService();
+    ~PrivateSecretService();
+    PrivateSecretService(const PrivateSecretService &) = delete;
+    PrivateSecretService &operator=(const PrivateSecretService &) = delete;
+
+    // Empty on success; otherwise what went wrong, in words for QFAIL.
+    QString start();
+    // The keyring goes away, the bus stays: a session without any Secret Service.
+    bool stopKeyring();
+    static bool offered();
+
+    QString path(const QString &relative) const { return m_home.filePath(relative); }
+
+private:
+    QTemporaryDir m_home;
+    QProcess m_bus;
+    QProcess m_keyring;
+};
