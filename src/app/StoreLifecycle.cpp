@@ -21,14 +21,67 @@ std::unique_ptr<ModelContainer> makeContainer(const Opener &opener)
     return opener(ModelContainer::Configuration::atPath(DataLocations::storePath()));
 }
 
-std::optional<QString> quarantineCorruptStore()
+namespace {
+
+Sidecar readSidecar(const QString &path)
+{
+    Sidecar sidecar;
+    QFile file(path);
+    sidecar.existed = file.exists();
+    if (sidecar.existed && file.open(QIODevice::ReadOnly))
+        sidecar.bytes = file.readAll();
+    return sidecar;
+}
+
+QByteArray contentsOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// Sets one sidecar aside as it was before the open; true when it is there under `target`.
+bool setAside(const QString &path, const Sidecar &before, const QString &target)
+{
+    const bool present = QFile::exists(path);
+    if (!before.existed) {
+        // Made by the failed open itself: beside a fresh store it would be taken for its own.
+        if (present)
+            QFile::remove(path);
+        return false;
+    }
+    if (!before.bytes || (present && contentsOf(path) == *before.bytes))
+        return present && QFile::rename(path, target);
+    QFile copy(target);
+    if (!copy.open(QIODevice::WriteOnly | QIODevice::NewOnly) ||
+        copy.write(*before.bytes) != before.bytes->size() || !copy.flush()) {
+        copy.remove();
+        return false;
+    }
+    copy.close();
+    if (present)
+        QFile::remove(path);
+    return true;
+}
+
+} // namespace
+
+Sidecars Sidecars::readNow()
+{
+    const QString storePath = DataLocations::storePath();
+    return {readSidecar(storePath + u"-shm"_s), readSidecar(storePath + u"-wal"_s)};
+}
+
+std::optional<QString> quarantineCorruptStore(const Sidecars &beforeOpen)
 {
     const QString storePath = DataLocations::storePath();
     const QString stamp = Clock::now().toUTC().toString(Qt::ISODate).replace(u':', u'-');
+    const QString suffix = u".corrupt-"_s + stamp;
     int moved = 0;
-    for (const QString &suffix : {QString(), u"-shm"_s, u"-wal"_s}) {
-        const QString path = storePath + suffix;
-        if (QFile::exists(path) && QFile::rename(path, path + u".corrupt-"_s + stamp))
+    if (QFile::exists(storePath) && QFile::rename(storePath, storePath + suffix))
+        ++moved;
+    for (const auto &[name, before] :
+         {std::pair{u"-shm"_s, beforeOpen.shm}, {u"-wal"_s, beforeOpen.wal}}) {
+        if (setAside(storePath + name, before, storePath + name + suffix))
             ++moved;
     }
     if (moved == 0)
@@ -46,6 +99,7 @@ std::unique_ptr<ModelContainer> inMemoryFallback(const Opener &opener)
 Opened open(std::optional<QString> notice, const Opener &opener)
 {
     Opened result;
+    const Sidecars beforeOpen = Sidecars::readNow();
     try {
         result.container = makeContainer(opener);
         result.recoveryNotice = std::move(notice);
@@ -54,7 +108,7 @@ Opened open(std::optional<QString> notice, const Opener &opener)
         // Whatever the reason, the file is treated as damaged; the earlier notice is dropped.
     }
 
-    const std::optional<QString> quarantined = quarantineCorruptStore();
+    const std::optional<QString> quarantined = quarantineCorruptStore(beforeOpen);
     try {
         result.container = makeContainer(opener);
         result.state = State::rebuilt;

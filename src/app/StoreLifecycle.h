@@ -2,6 +2,7 @@
 
 #include "core/store/ModelContainer.h"
 
+#include <QByteArray>
 #include <QString>
 
 #include <functional>
@@ -28,9 +29,23 @@ std::unique_ptr<ModelContainer> openContainer(const ModelContainer::Configuratio
 // The store at its default place in the data root; raises StoreError.
 std::unique_ptr<ModelContainer> makeContainer(const Opener &opener = openContainer);
 
-// Moves the store file and its -shm and -wal sidecars aside with a ".corrupt-<stamp>" suffix.
-// Returns the notice to show when at least one file moved. Never raises.
-std::optional<QString> quarantineCorruptStore();
+// The store's -shm and -wal as they were before anything opened it: SQLite's first connection
+// rebuilds the index, and a failed open may add to the log, so a copy read beforehand is what
+// gets set aside. A sidecar that was missing has no copy; one that couldn't be read has no bytes.
+struct Sidecar {
+    bool existed = false;
+    std::optional<QByteArray> bytes;
+};
+struct Sidecars {
+    Sidecar shm;
+    Sidecar wal;
+    static Sidecars readNow();
+};
+
+// Moves the store file and its -shm and -wal sidecars aside with a ".corrupt-<stamp>" suffix,
+// the sidecars as `beforeOpen` holds them. Returns the notice to show when at least one file
+// moved. Never raises.
+std::optional<QString> quarantineCorruptStore(const Sidecars &beforeOpen = Sidecars::readNow());
 
 // The same store in memory; when even this fails there is nothing left to fall back to.
 std::unique_ptr<ModelContainer> inMemoryFallback(const Opener &opener = openContainer);

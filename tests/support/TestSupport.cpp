@@ -1,6 +1,10 @@
 #include "TestSupport.h"
 
 #include <QDir>
+#include <QFile>
+#include <QProcess>
+
+#include <csignal>
 
 TempDataDir::TempDataDir()
 {
@@ -52,4 +56,44 @@ FixedClock::~FixedClock()
 Calendar testCalendar(const char *zoneId)
 {
     return Calendar(QTimeZone(QByteArray(zoneId)), 1, 1);
+}
+
+QList<int> runStoreWriter(const QString &store, int saves, const QString &prefix, bool kill)
+{
+    QProcess process;
+    process.start(qEnvironmentVariable("TOVREN_TEST_HELPERS") + QStringLiteral("/store_writer"),
+                  {store, QString::number(kill ? 100000 : saves), prefix});
+    QList<int> acknowledged;
+    if (!process.waitForStarted())
+        return acknowledged;
+    QByteArray pending;
+    while (acknowledged.size() < saves &&
+           (process.state() == QProcess::Running || process.bytesAvailable() > 0)) {
+        if (!process.bytesAvailable())
+            process.waitForReadyRead(5000);
+        pending += process.readAllStandardOutput();
+        qsizetype newline;
+        while ((newline = pending.indexOf('\n')) >= 0) {
+            const QByteArray line = pending.left(newline);
+            pending.remove(0, newline + 1);
+            if (line.startsWith("saved "))
+                acknowledged.append(line.mid(6).toInt());
+        }
+    }
+    if (kill)
+        ::kill(pid_t(process.processId()), SIGKILL);
+    process.waitForFinished();
+    return acknowledged;
+}
+
+QString storeWriterContent(const QString &prefix, int i)
+{
+    // Big enough that a page spans more than one database page.
+    return prefix + QStringLiteral(" entry %1 ").arg(i) + QString(6000, QChar(u'a' + i % 26));
+}
+
+QByteArray fileContents(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }

@@ -3,6 +3,7 @@
 #include "core/Clock.h"
 
 #include <QByteArray>
+#include <QList>
 #include <QTemporaryDir>
 
 #include <optional>
@@ -43,3 +44,11 @@ public:
 
 // A calendar in a named zone that starts weeks on Sunday with one-day first weeks.
 Calendar testCalendar(const char *zoneId = "Europe/Berlin");
+
+// Runs the store_writer helper on a store until it has reported `saves` saves (all of them
+// when `kill` is false), then kills it with SIGKILL; returns the saves it reported.
+QList<int> runStoreWriter(const QString &store, int saves, const QString &prefix, bool kill = true);
+// The content store_writer gives its save `i`.
+QString storeWriterContent(const QString &prefix, int i);
+// A file's bytes; empty when it can't be read.
+QByteArray fileContents(const QString &path);

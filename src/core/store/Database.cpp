@@ -38,6 +38,11 @@ Database::~Database()
     sqlite3_close(m_db);
 }
 
+void Database::keepFilesOnClose()
+{
+    sqlite3_db_config(m_db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+}
+
 void Database::fail(const QString &) const
 {
     throw StoreError(QString::fromUtf8(sqlite3_errmsg(m_db)));

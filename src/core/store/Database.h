@@ -49,6 +49,10 @@ public:
     bool tableExists(const QString &table);
     QStringList columns(const QString &table);
 
+    // Closing then leaves the files as they are: no checkpoint of the log into the main file,
+    // and the log and its index are not deleted. For a store that failed to open.
+    void keepFilesOnClose();
+
     sqlite3 *handle() const { return m_db; }
     [[noreturn]] void fail(const QString &during) const;
 

@@ -13,10 +13,9 @@ namespace {
 
 constexpr QFileDevice::Permissions ownerOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
 
-// Before SQLite sees the file: refuse one that isn't a database at all, since a failed open
-// would let SQLite discard the -wal and -shm files beside it, which must be kept for the
-// quarantine. A new store is created readable by its owner only; SQLite gives its sidecars the
-// same permissions.
+// Before SQLite sees the file: refuse one that isn't a database at all, so that SQLite never
+// writes beside it. A new store is created readable by its owner only; SQLite gives its sidecars
+// the same permissions.
 void prepareFile(const QString &path)
 {
     if (path.isEmpty())
@@ -67,11 +66,14 @@ ModelContainer::ModelContainer(const Schema &schema, const Configuration &config
         m_db->exec(u"PRAGMA synchronous = FULL"_s);
         m_db->exec(u"PRAGMA busy_timeout = 5000"_s);
         prepareSchema();
+        m_context = std::make_unique<ModelContext>(*m_db, m_schema);
     } catch (...) {
+        // A damaged store is set aside as it is: the last connection's close must not copy
+        // the log into it.
+        m_db->keepFilesOnClose();
         m_db.reset();
         throw;
     }
-    m_context = std::make_unique<ModelContext>(*m_db, m_schema);
 }
 
 ModelContainer::~ModelContainer()
