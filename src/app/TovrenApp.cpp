@@ -100,8 +100,11 @@ void TovrenApp::start()
 
 void TovrenApp::shellDidAppear()
 {
-    if (m_recoveryNotice)
+    // Written again at a later showing, it would raise the same alert each time.
+    if (m_recoveryNotice && !m_noticePassedOn) {
         m_preferences->set(Prefs::pendingRecoveryNotice, m_recoveryNotice);
+        m_noticePassedOn = true;
+    }
     // Behind the first page: the work starts once the event loop has drawn it.
     QTimer::singleShot(0, this, [this] { deferredLaunchWork(); });
 }
@@ -111,6 +114,24 @@ QString TovrenApp::recoveryAlertTitle(const QString &notice)
     return notice.startsWith(u"Restored"_s) ? u"Journal restored"_s : u"Database recovered"_s;
 }
 
+std::optional<QString> TovrenApp::noticeWithoutWindow()
+{
+    if (m_recoveryNotice)
+        postRecoveryInboxRow(*m_recoveryNotice);
+    return m_recoveryNotice;
+}
+
+void TovrenApp::postRecoveryInboxRow(const QString &notice)
+{
+    ModelContext &context = mainContext();
+    // A launch without a window posted it already; the window then only raises the alert.
+    if (!context.tryFetch<InboxItem>({field(&InboxItem::body) == notice, {}, 1}).isEmpty())
+        return;
+    context.insert(
+        std::make_shared<InboxItem>(InboxItemKind::system, recoveryAlertTitle(notice), notice));
+    context.trySave();
+}
+
 std::optional<TovrenApp::Alert> TovrenApp::firstPageDidAppear()
 {
     std::optional<Alert> alert;
@@ -118,8 +139,7 @@ std::optional<TovrenApp::Alert> TovrenApp::firstPageDidAppear()
     if (const std::optional<QString> notice = m_preferences->value(Prefs::pendingRecoveryNotice)) {
         m_preferences->remove(Prefs::pendingRecoveryNotice.name);
         alert = Alert{recoveryAlertTitle(*notice), *notice};
-        context.insert(std::make_shared<InboxItem>(InboxItemKind::system, alert->title, *notice));
-        context.trySave();
+        postRecoveryInboxRow(*notice);
     }
 
     if (const auto profile = context.tryFetch<Document>(
@@ -129,8 +149,11 @@ std::optional<TovrenApp::Alert> TovrenApp::firstPageDidAppear()
                             profile.first()->avatarData.optionalValue());
     }
     // Not awaited: the page is up, and the answer of the on-device model server may take a while.
-    AIAvailabilityNotifier::runIfNeeded(context, *m_preferences, m_network,
-                                        OnDeviceModel::defaultServer(), m_aiWork.get());
+    if (!m_modelChecked) {
+        m_modelChecked = true;
+        AIAvailabilityNotifier::runIfNeeded(context, *m_preferences, m_network,
+                                            OnDeviceModel::defaultServer(), m_aiWork.get());
+    }
     return alert;
 }
 

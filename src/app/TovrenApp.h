@@ -67,13 +67,16 @@ public:
     // notice on to the first page and start the deferred launch work. Runs again whenever the
     // shell appears again; each piece of work guards itself.
     void shellDidAppear();
+    // Without a window: this launch's notice goes to the inbox now and stays pending for the
+    // next window's alert. Returns it, for standard error.
+    std::optional<QString> noticeWithoutWindow();
 
     struct Alert {
         QString title;
         QString text;
     };
-    // The first page is up: picks up a pending recovery notice (the alert to show, also kept as
-    // an inbox row) and mirrors the profile.
+    // The page is up, at every showing of the shell: picks up a pending recovery notice (the
+    // alert to show, also kept as an inbox row) and mirrors the profile.
     std::optional<Alert> firstPageDidAppear();
 
     QCoro::Task<> deferredLaunchWork();
@@ -89,6 +92,8 @@ public:
     static QString recoveryAlertTitle(const QString &notice);
 
 private:
+    void postRecoveryInboxRow(const QString &notice);
+
     LaunchSteps m_steps;
     std::unique_ptr<Preferences> m_preferences;
     std::unique_ptr<AppCalendar> m_calendar;
@@ -103,5 +108,8 @@ private:
     // Background AI work belongs to this; it goes first when Tovren closes.
     std::unique_ptr<QObject> m_aiWork = std::make_unique<QObject>();
     std::optional<QString> m_recoveryNotice;
+    // Once per launch: this launch's notice is passed on, and the on-device model is checked.
+    bool m_noticePassedOn = false;
+    bool m_modelChecked = false;
     StoreLifecycle::State m_storeState = StoreLifecycle::State::normal;
 };

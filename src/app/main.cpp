@@ -133,6 +133,9 @@ int main(int argc, char **argv)
     std::unique_ptr<TrayIcon> tray;
     if (options.headless) {
         tovren.shellDidAppear();
+        // Nobody sees a window: say it now, where whoever started Tovren looks.
+        if (const std::optional<QString> notice = tovren.noticeWithoutWindow())
+            std::fprintf(stderr, "tovren: %s\n", qPrintable(*notice));
     } else {
         QGuiApplication::setApplicationDisplayName(u"Tovren"_s);
         QGuiApplication::setDesktopFileName(u"tovren"_s);

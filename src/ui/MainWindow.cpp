@@ -172,9 +172,11 @@ SettingsWindow *MainWindow::settingsWindow()
 void MainWindow::showEvent(QShowEvent *event)
 {
     QMainWindow::showEvent(event);
-    if (m_appeared)
+    // Every showing, from the tray, another start or --show, runs the appearance work again;
+    // what must happen once guards itself. The platform's own show events after mapping or
+    // restoring add no showing of ours.
+    if (event->spontaneous())
         return;
-    m_appeared = true;
     m_app.shellDidAppear();
     if (const auto alert = m_app.firstPageDidAppear()) {
         m_recoveryAlert =

@@ -14,8 +14,8 @@ class QStackedWidget;
 class SettingsWindow;
 class TovrenApp;
 
-// The main window: a quiet sidebar of the tabs and the chosen screen beside it. Its first
-// showing is the moment the first page is up: the recovery notice of this launch is raised then.
+// The main window: a quiet sidebar of the tabs and the chosen screen beside it. Each showing
+// is a moment the page is up: a pending recovery notice is raised then.
 class MainWindow : public QMainWindow {
     Q_OBJECT
 public:
@@ -61,6 +61,5 @@ private:
     QStackedWidget *m_screens = nullptr;
     QList<SidebarItem> m_tabs;
     QPointer<SettingsWindow> m_settings;
-    bool m_appeared = false;
     QPointer<QMessageBox> m_recoveryAlert;
 };

@@ -32,6 +32,7 @@
 #include <QAbstractButton>
 #include <QDir>
 #include <QHostAddress>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTcpSocket>
 #include <QTest>
@@ -56,27 +57,41 @@ QStringList filesIn(const QString &folder)
     return QDir(folder).entryList(QDir::Files | QDir::Hidden, QDir::Name);
 }
 
-LaunchSteps stepsWithNotices(std::optional<QString> legacy, std::optional<QString> restore,
-                             QStringList *order = nullptr)
+// A real store left by a writer killed with pages in its log, then given bad pages: all of the
+// main file past its header.
+void killedAndDamagedStore(const QString &store)
 {
+    QCOMPARE(runStoreWriter(store, 3, u"clean"_s, false).size(), 3);
+    QCOMPARE(runStoreWriter(store, 3, u"killed"_s).size(), 3);
+    QVERIFY(QFileInfo(store + u"-wal"_s).size() > 0 && QFile::exists(store + u"-shm"_s));
+    QFile file(store);
+    QVERIFY(file.open(QIODevice::ReadWrite) && file.seek(100));
+    file.write(QByteArray(file.size() - 100, char(0xA5)));
+}
+
+qsizetype rowsTitled(TovrenApp &app, const QString &title)
+{
+    return app.mainContext().fetch<InboxItem>({field(&InboxItem::title) == title, {}, {}}).size();
+}
+
+// The launch steps with these notices, noting each step in `order`; the first `failingOpens`
+// opens of the store fail.
+LaunchSteps stepsWithNotices(std::optional<QString> legacy, std::optional<QString> restore,
+                             QStringList *order = nullptr, int failingOpens = 0)
+{
+    const auto note = [order](const QString &step) {
+        if (order)
+            order->append(step);
+    };
     LaunchSteps steps = LaunchSteps::standard();
-    steps.legacyImport = [=] {
-        if (order)
-            order->append(u"legacy"_s);
-        return legacy;
-    };
-    steps.pendingRestore = [=] {
-        if (order)
-            order->append(u"restore"_s);
-        return restore;
-    };
-    steps.toolGroupDefaults = [=](Preferences &) {
-        if (order)
-            order->append(u"toolGroups"_s);
-    };
-    steps.openStore = [=](const ModelContainer::Configuration &configuration) {
-        if (order)
-            order->append(u"open"_s);
+    steps.legacyImport = [=] { return note(u"legacy"_s), legacy; };
+    steps.pendingRestore = [=] { return note(u"restore"_s), restore; };
+    steps.toolGroupDefaults = [=](Preferences &) { note(u"toolGroups"_s); };
+    steps.openStore = [=, failures = std::make_shared<int>(failingOpens)](
+                          const ModelContainer::Configuration &configuration) {
+        note(u"open"_s);
+        if ((*failures)-- > 0)
+            throw StoreError(u"disk I/O error"_s);
         return StoreLifecycle::openContainer(configuration);
     };
     return steps;
@@ -90,66 +105,77 @@ class StartupTest : public QObject {
 private slots:
     void openSequence_data()
     {
-        QTest::addColumn<QStringList>("filesBefore");
-        QTest::addColumn<bool>("dataRootIsAFile");
+        QTest::addColumn<QString>("before");
         QTest::addColumn<int>("state");
         QTest::addColumn<QStringList>("filesAfter");
-        QTest::addColumn<QString>("noticeStart");
+        QTest::addColumn<QString>("notice"); // a pattern
 
-        const QString quarantined =
-            u"Your local database was unreadable and has been quarantined."_s;
-        QTest::newRow("healthy, first launch")
-            << QStringList() << false << int(StoreLifecycle::State::normal)
-            << QStringList{u"default.store"_s, u"default.store-shm"_s, u"default.store-wal"_s}
-            << u"Imported"_s;
-        QTest::newRow("damaged, with sidecars")
-            << QStringList{u"default.store"_s, u"default.store-shm"_s, u"default.store-wal"_s}
-            << false << int(StoreLifecycle::State::rebuilt)
-            << QStringList{u"default.store"_s,
-                           u"default.store-shm"_s,
-                           u"default.store-shm.corrupt-"_s + stamp,
-                           u"default.store-wal"_s,
-                           u"default.store-wal.corrupt-"_s + stamp,
-                           u"default.store.corrupt-"_s + stamp}
-            << quarantined;
-        QTest::newRow("damaged, main file only")
-            << QStringList{u"default.store"_s} << false << int(StoreLifecycle::State::rebuilt)
-            << QStringList{u"default.store"_s, u"default.store-shm"_s, u"default.store-wal"_s,
-                           u"default.store.corrupt-"_s + stamp}
-            << quarantined;
+        const QString quarantined = QRegularExpression::escape(
+            u"Your local database was unreadable and has been quarantined. A fresh database has "
+            "been created. The original files are preserved with a `.corrupt-"_s +
+            stamp + u"` suffix in Tovren's data folder."_s);
+        const QStringList all{u"default.store"_s, u"default.store-shm"_s, u"default.store-wal"_s};
+        QStringList allSetAside = all;
+        for (const QString &name : all)
+            allSetAside.append(name + u".corrupt-"_s + stamp);
+        allSetAside.sort();
+        const auto rebuilt = int(StoreLifecycle::State::rebuilt);
+        QTest::newRow("healthy, first launch") << u"nothing"_s << int(StoreLifecycle::State::normal)
+                                               << all << u"Imported your earlier journal\\."_s;
+        QTest::newRow("garbage, with sidecars")
+            << u"garbage"_s << rebuilt << allSetAside << quarantined;
+        QTest::newRow("garbage, main file only")
+            << u"garbage main"_s << rebuilt
+            << all + QStringList{u"default.store.corrupt-"_s + stamp} << quarantined;
+        QTest::newRow("killed with pages in its log, then damaged")
+            << u"killed"_s << rebuilt << allSetAside << quarantined;
+        QTest::newRow("open fails, nothing to move")
+            << u"open fails once"_s << rebuilt << all
+            << u"We rebuilt your local database after a corruption error\\."_s;
         QTest::newRow("cannot even rebuild")
-            << QStringList() << true << int(StoreLifecycle::State::inMemory) << QStringList()
-            << u"Couldn't open or rebuild your local database ("_s;
+            << u"data root is a file"_s << int(StoreLifecycle::State::inMemory) << QStringList()
+            << u"Couldn't open or rebuild your local database \\(.+\\)\\. Running in memory, so "
+               "changes won't persist until this is resolved\\."_s;
     }
     void openSequence()
     {
-        QFETCH(QStringList, filesBefore);
-        QFETCH(bool, dataRootIsAFile);
+        QFETCH(QString, before);
         QFETCH(int, state);
         QFETCH(QStringList, filesAfter);
-        QFETCH(QString, noticeStart);
+        QFETCH(QString, notice);
 
         TempDataDir dir;
         FixedClock clock(launchTime);
-        for (const QString &name : filesBefore)
-            writeFile(dir.dataRoot() + u'/' + name, QByteArray(5000, 'x'));
-        if (dataRootIsAFile) {
+        const QString store = DataLocations::storePath();
+        if (before.startsWith(u"garbage"_s)) {
+            writeFile(store, QByteArray(5000, 'x'));
+            if (before == u"garbage"_s) {
+                writeFile(store + u"-shm"_s, QByteArray(32768, 's'));
+                writeFile(store + u"-wal"_s, QByteArray(5000, 'w'));
+            }
+        } else if (before == u"killed"_s) {
+            killedAndDamagedStore(store);
+        } else if (before == u"data root is a file"_s) {
             QDir(dir.dataRoot()).removeRecursively();
             writeFile(dir.dataRoot(), "not a folder");
         }
+        QHash<QString, QByteArray> original;
+        for (const QString &name : filesIn(dir.dataRoot()))
+            original.insert(name, fileContents(dir.dataRoot() + u'/' + name));
 
-        TovrenApp app(stepsWithNotices(u"Imported your earlier journal."_s, std::nullopt));
+        TovrenApp app(stepsWithNotices(u"Imported your earlier journal."_s, std::nullopt, nullptr,
+                                       before == u"open fails once"_s ? 1 : 0));
         app.start();
         QCOMPARE(int(app.storeState()), state);
-        QVERIFY2(app.recoveryNotice().value_or(QString()).startsWith(noticeStart),
-                 qPrintable(app.recoveryNotice().value_or(u"(none)"_s)));
-        if (!dataRootIsAFile)
+        const QString said = app.recoveryNotice().value_or(QString());
+        QVERIFY2(QRegularExpression(u'^' + notice + u'$').match(said).hasMatch(), qPrintable(said));
+        if (!filesAfter.isEmpty())
             QCOMPARE(filesIn(dir.dataRoot()), filesAfter);
-        if (app.storeState() == StoreLifecycle::State::rebuilt)
-            QVERIFY(app.recoveryNotice()->contains(u"`.corrupt-"_s + stamp + u"` suffix"_s));
-        if (app.storeState() == StoreLifecycle::State::inMemory)
-            QVERIFY(app.recoveryNotice()->endsWith(
-                u"). Running in memory, so changes won't persist until this is resolved."_s));
+        // Set aside exactly as they were, however far SQLite got with them.
+        for (auto it = original.cbegin(); it != original.cend(); ++it)
+            QVERIFY2(fileContents(dir.dataRoot() + u'/' + it.key() + u".corrupt-"_s + stamp) ==
+                         it.value(),
+                     qPrintable(it.key()));
 
         // Whatever happened, the store works.
         ModelContext &context = app.mainContext();
@@ -157,23 +183,6 @@ private slots:
         context.insert(std::make_shared<DailyEntry>(u"still works"_s, launchTime, false));
         context.save();
         QCOMPARE(context.fetch<DailyEntry>().value(0)->content, u"still works"_s);
-    }
-
-    void failedOpenWithNothingToMoveSaysRebuilt()
-    {
-        TempDataDir dir;
-        LaunchSteps steps = LaunchSteps::standard();
-        int attempts = 0;
-        steps.openStore = [&](const ModelContainer::Configuration &configuration) {
-            if (++attempts == 1)
-                throw StoreError(u"disk I/O error"_s);
-            return StoreLifecycle::openContainer(configuration);
-        };
-        TovrenApp app(steps);
-        app.start();
-        QCOMPARE(app.recoveryNotice(),
-                 u"We rebuilt your local database after a corruption error."_s);
-        QCOMPARE(filesIn(dir.dataRoot()).filter(u"corrupt"_s), QStringList());
     }
 
     void launchStepsRunInOrderAndRestoreWins_data()
@@ -211,55 +220,6 @@ private slots:
             QCOMPARE(alert->title, title);
             QCOMPARE(alert->text, notice);
         }
-    }
-
-    void recoveryNoticeBecomesAlertAndOneInboxRow()
-    {
-        TempDataDir dir;
-        FixedClock clock(launchTime);
-        writeFile(DataLocations::storePath(), QByteArray(5000, 'x'));
-        TovrenApp app(LaunchSteps::standard());
-        app.start();
-        app.shellDidAppear();
-        QCOMPARE(app.preferences().value(Prefs::pendingRecoveryNotice), app.recoveryNotice());
-
-        const auto alert = app.firstPageDidAppear();
-        QVERIFY(alert);
-        QCOMPARE(alert->title, u"Database recovered"_s);
-        QCOMPARE(alert->text, *app.recoveryNotice());
-        QVERIFY(!app.preferences().contains(Prefs::pendingRecoveryNotice.name));
-        QVERIFY(!app.firstPageDidAppear()); // read once, then gone
-
-        const auto rows = app.mainContext().fetch<InboxItem>();
-        QCOMPARE(rows.size(), 1);
-        QCOMPARE(rows[0]->kind(), InboxItemKind::system);
-        QCOMPARE(rows[0]->kindRaw, u"system"_s);
-        QCOMPARE(rows[0]->title, u"Database recovered"_s);
-        QCOMPARE(rows[0]->body, *app.recoveryNotice());
-        QCOMPARE(rows[0]->createdAt, launchTime);
-        QVERIFY(!rows[0]->readAt && !rows[0]->payload && !rows[0]->actionLabel &&
-                !rows[0]->actionRoute);
-    }
-
-    // A launch that never shows the first page (no window, or stopped before the shell) keeps
-    // the notice for the next one.
-    void pendingNoticeWaitsForAFirstPage()
-    {
-        TempDataDir dir;
-        writeFile(DataLocations::storePath(), QByteArray(5000, 'x'));
-        QString notice;
-        {
-            TovrenApp headless(LaunchSteps::standard());
-            headless.start();
-            headless.shellDidAppear();
-            notice = *headless.recoveryNotice();
-        }
-        TovrenApp next(LaunchSteps::standard());
-        next.start();
-        QVERIFY(!next.recoveryNotice());
-        const auto alert = next.firstPageDidAppear();
-        QVERIFY(alert);
-        QCOMPARE(alert->text, notice);
     }
 
     void libraryNudge_data()
@@ -386,39 +346,86 @@ private slots:
         QVERIFY(app.mcpServer().isRunning()); // the listener itself stays on
     }
 
-    void firstPageMirrorsTheProfile()
-    {
-        TempDataDir dir;
-        TovrenApp app(LaunchSteps::standard());
-        app.start();
-        auto profile = std::make_shared<Document>(u"About me"_s, DocumentCategory::aboutMe, u""_s);
-        profile->userName = u"Ada Lovelace"_s;
-        profile->avatarData = QByteArray("picture");
-        app.mainContext().insert(profile);
-        app.mainContext().save();
-        app.preferences().set(Prefs::userProfileAvatar, QByteArray("stale"));
-        app.firstPageDidAppear();
-        QCOMPARE(app.preferences().value(Prefs::userProfileName), u"Ada Lovelace"_s);
-        QCOMPARE(app.preferences().value(Prefs::userProfileAvatar), QByteArray("picture"));
-    }
-
-    void mainWindowRaisesTheRecoveryAlert()
+    // Without a window the notice is in the inbox at once, and the next window still raises it.
+    void windowlessLaunchPostsTheNoticeAndKeepsItForTheWindow()
     {
         TempDataDir dir;
         writeFile(DataLocations::storePath(), QByteArray(5000, 'x'));
+        QString notice;
+        {
+            TovrenApp headless(LaunchSteps::standard());
+            headless.start();
+            headless.shellDidAppear();
+            notice = headless.recoveryNotice().value_or(QString());
+            QCOMPARE(headless.noticeWithoutWindow(), notice);
+            QCOMPARE(rowsTitled(headless, u"Database recovered"_s), 1);
+        }
+        TovrenApp next(LaunchSteps::standard());
+        next.start();
+        QVERIFY(!next.recoveryNotice());
+        const auto alert = next.firstPageDidAppear();
+        QVERIFY(alert);
+        QCOMPARE(alert->text, notice);
+        QCOMPARE(rowsTitled(next, u"Database recovered"_s), 1);
+    }
+
+    // Each showing of the window does the appearance work again: a notice pending since, the
+    // profile as it is now, the deferred work. This launch's own notice is raised once.
+    void everyShowingDoesTheAppearanceWork()
+    {
+        TempDataDir dir;
+        FixedClock clock(launchTime);
+        writeFile(DataLocations::storePath(), QByteArray(5000, 'x'));
         TovrenApp app(LaunchSteps::standard());
+        app.preferences().set(Prefs::aiProvider, u"claude"_s); // no on-device model check
         app.start();
         MainWindow window(app);
-        window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        const auto showAgain = [&window] {
+            window.hide();
+            window.show();
+            QVERIFY(QTest::qWaitForWindowExposed(&window));
+        };
+        showAgain();
         QCOMPARE(window.windowTitle(), u"Tovren"_s);
         QCOMPARE(window.size(), QSize(1240, 800));
         QVERIFY(window.recoveryAlert());
         QCOMPARE(window.recoveryAlert()->windowTitle(), u"Database recovered"_s);
         QCOMPARE(window.recoveryAlert()->text(), *app.recoveryNotice());
-        QCOMPARE(app.mainContext().fetchCount<InboxItem>(), 1);
+        QVERIFY(!app.preferences().contains(Prefs::pendingRecoveryNotice.name));
+        const auto rows = app.mainContext().fetch<InboxItem>();
+        QCOMPARE(rows.size(), 1);
+        QCOMPARE(rows[0]->kindRaw, u"system"_s);
+        QCOMPARE(rows[0]->title, u"Database recovered"_s);
+        QCOMPARE(rows[0]->body, *app.recoveryNotice());
+        QCOMPARE(rows[0]->createdAt, launchTime);
+        QVERIFY(!rows[0]->readAt && !rows[0]->payload && !rows[0]->actionLabel &&
+                !rows[0]->actionRoute);
         window.recoveryAlert()->button(QMessageBox::Ok)->click();
         QTRY_VERIFY(!window.recoveryAlert());
+
+        auto profile = std::make_shared<Document>(u"About me"_s, DocumentCategory::aboutMe, u""_s);
+        profile->userName = u"Ada Lovelace"_s;
+        profile->avatarData = QByteArray("picture");
+        app.mainContext().insert(profile);
+        for (int i = 0; i < 10; ++i)
+            app.mainContext().insert(
+                std::make_shared<DailyEntry>(u"day"_s, launchTime.addDays(-i), false));
+        app.mainContext().save();
+        app.preferences().set(Prefs::pendingRecoveryNotice, u"Restored your journal."_s);
+        showAgain();
+        QVERIFY(window.recoveryAlert());
+        QCOMPARE(window.recoveryAlert()->windowTitle(), u"Journal restored"_s);
+        QCOMPARE(app.preferences().value(Prefs::userProfileName), u"Ada Lovelace"_s);
+        QCOMPARE(app.preferences().value(Prefs::userProfileAvatar), QByteArray("picture"));
+        QTRY_COMPARE(rowsTitled(app, u"Sharpen your recaps and reviews"_s), 1);
+        window.recoveryAlert()->button(QMessageBox::Ok)->click();
+
+        showAgain();
+        QTest::qWait(50);
+        QVERIFY(!window.recoveryAlert());
+        QCOMPARE(rowsTitled(app, u"Database recovered"_s), 1);
+        QCOMPARE(rowsTitled(app, u"Journal restored"_s), 1);
+        QCOMPARE(rowsTitled(app, u"Sharpen your recaps and reviews"_s), 1);
     }
 };
 
