@@ -17,22 +17,9 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-void writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(bytes);
-}
-
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 QJsonObject fileObject(const QString &path)
 {
-    return QJsonDocument::fromJson(readFile(path)).object();
+    return QJsonDocument::fromJson(fileContents(path)).object();
 }
 
 // A JSON value from its text, including scalars, which QJsonDocument won't parse alone.
@@ -285,8 +272,8 @@ private slots:
         const QStringList aside = asideFiles(m_path);
         QCOMPARE(aside.size(), 2);
         const QDir folder = QFileInfo(m_path).dir();
-        QCOMPARE(readFile(folder.filePath(aside.at(0))), content);
-        QCOMPARE(readFile(folder.filePath(aside.at(1))), worse);
+        QCOMPARE(fileContents(folder.filePath(aside.at(0))), content);
+        QCOMPARE(fileContents(folder.filePath(aside.at(1))), worse);
     }
 
     void failedWriteKeepsValuesAndRetries()

@@ -52,3 +52,5 @@ QList<int> runStoreWriter(const QString &store, int saves, const QString &prefix
 QString storeWriterContent(const QString &prefix, int i);
 // A file's bytes; empty when it can't be read.
 QByteArray fileContents(const QString &path);
+// Writes the bytes over the file, making its folder; a failure fails the test.
+void writeFile(const QString &path, const QByteArray &bytes);
