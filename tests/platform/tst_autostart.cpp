@@ -1,10 +1,9 @@
+#include "TestSupport.h"
 #include "platform/Autostart.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -15,19 +14,6 @@ class AutostartTest : public QObject {
 
 private:
     QTemporaryDir m_config;
-
-    static QByteArray read(const QString &path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
-    static void write(const QString &path, const QByteArray &text)
-    {
-        QDir().mkpath(QFileInfo(path).absolutePath());
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(text);
-    }
 
 private slots:
     void init()
@@ -44,30 +30,25 @@ private slots:
         QCOMPARE(Autostart::filePath(), QDir::homePath() + u"/.config/autostart/tovren.desktop"_s);
     }
 
-    void enableWritesAnEntryThatStartsInTheBackground()
+    // Writing over an entry, or removing none, is not a failure.
+    void enableWritesAnEntryThatStartsInTheBackgroundAndDisableRemovesIt()
     {
         QVERIFY(!Autostart::isEnabled());
-        QCOMPARE(Autostart::setEnabled(true), std::nullopt);
-        QVERIFY(Autostart::isEnabled());
-        const QByteArray text = read(Autostart::filePath());
+        for (int i = 0; i < 2; ++i) {
+            QCOMPARE(Autostart::setEnabled(true), std::nullopt);
+            QVERIFY(Autostart::isEnabled());
+        }
+        const QByteArray text = fileContents(Autostart::filePath());
         QVERIFY(text.startsWith("[Desktop Entry]\n"));
-        QVERIFY(text.contains("\nType=Application\n"));
-        QVERIFY(text.contains("\nName=Tovren\n"));
         // The test binary is not tovren, so the entry names the installed one.
-        QVERIFY(text.contains("\nExec=tovren --background\n"));
-        // Writing again over an existing entry is fine.
-        QCOMPARE(Autostart::setEnabled(true), std::nullopt);
-        QVERIFY(Autostart::isEnabled());
-    }
-
-    void disableRemovesTheEntry()
-    {
-        QCOMPARE(Autostart::setEnabled(true), std::nullopt);
-        QCOMPARE(Autostart::setEnabled(false), std::nullopt);
-        QVERIFY(!QFile::exists(Autostart::filePath()));
-        QVERIFY(!Autostart::isEnabled());
-        // Nothing to remove is not a failure.
-        QCOMPARE(Autostart::setEnabled(false), std::nullopt);
+        for (const char *line :
+             {"\nType=Application\n", "\nName=Tovren\n", "\nExec=tovren --background\n"})
+            QVERIFY2(text.contains(line), line);
+        for (int i = 0; i < 2; ++i) {
+            QCOMPARE(Autostart::setEnabled(false), std::nullopt);
+            QVERIFY(!QFile::exists(Autostart::filePath()));
+            QVERIFY(!Autostart::isEnabled());
+        }
     }
 
     void entryWrittenElsewhereIsReadAsItStands_data()
@@ -90,7 +71,7 @@ private slots:
     {
         QFETCH(QByteArray, text);
         QFETCH(bool, enabled);
-        write(Autostart::filePath(), text);
+        writeFile(Autostart::filePath(), text);
         QCOMPARE(Autostart::isEnabled(), enabled);
     }
 
@@ -116,20 +97,6 @@ private slots:
                  Autostart::entryText(program).constData());
     }
 
-    // The desktop's own checker agrees with what we write, where it is installed.
-    void entryIsAValidDesktopFile()
-    {
-        const QString validator = QStandardPaths::findExecutable(u"desktop-file-validate"_s);
-        if (validator.isEmpty())
-            QSKIP("desktop-file-validate is not installed");
-        QCOMPARE(Autostart::setEnabled(true), std::nullopt);
-        QProcess check;
-        check.start(validator, {Autostart::filePath()});
-        QVERIFY(check.waitForFinished());
-        QCOMPARE(check.readAll(), QByteArray());
-        QCOMPARE(check.exitCode(), 0);
-    }
-
     // Folders where files should be fail alike for root and for anyone else.
     void failureIsToldInWords_data()
     {
@@ -149,8 +116,7 @@ private slots:
         QFETCH(QString, inTheWay);
         QFETCH(QString, opening);
         QDir(m_config.path()).removeRecursively();
-        QDir().mkpath(m_config.path());
-        write(m_config.path() + u'/' + inTheWay, "in the way");
+        writeFile(m_config.path() + u'/' + inTheWay, "in the way");
 
         const std::optional<QString> error = Autostart::setEnabled(enable);
         QVERIFY(error.has_value());

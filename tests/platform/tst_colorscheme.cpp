@@ -69,16 +69,15 @@ private slots:
     {
         QTest::addColumn<QVariant>("value");
         QTest::addColumn<ColorScheme::Preference>("preference");
-        QTest::newRow("no preference") << QVariant(0u) << ColorScheme::Preference::none;
-        QTest::newRow("dark") << QVariant(1u) << ColorScheme::Preference::dark;
-        QTest::newRow("light") << QVariant(2u) << ColorScheme::Preference::light;
-        QTest::newRow("unknown number") << QVariant(7u) << ColorScheme::Preference::none;
-        QTest::newRow("wrapped") << QVariant::fromValue(QDBusVariant(1u))
-                                 << ColorScheme::Preference::dark;
-        QTest::newRow("text") << QVariant(u"dark"_s) << ColorScheme::Preference::none;
-        QTest::newRow("nothing") << QVariant() << ColorScheme::Preference::none;
+        using enum ColorScheme::Preference;
+        QTest::newRow("no preference") << QVariant(0u) << none;
+        QTest::newRow("dark") << QVariant(1u) << dark;
+        QTest::newRow("light") << QVariant(2u) << light;
+        QTest::newRow("unknown number") << QVariant(7u) << none;
+        QTest::newRow("wrapped") << QVariant::fromValue(QDBusVariant(1u)) << dark;
+        QTest::newRow("text") << QVariant(u"dark"_s) << none;
+        QTest::newRow("nothing") << QVariant() << none;
     }
-
     void portalValues()
     {
         QFETCH(QVariant, value);
