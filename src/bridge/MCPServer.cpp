@@ -5,17 +5,41 @@
 #include "core/Preferences.h"
 
 #include <QHostAddress>
+#include <QSocketNotifier>
 #include <QStringDecoder>
 #include <QTcpServer>
-#include <QTcpSocket>
 #include <QTimer>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-// How long a closed connection may take to hand over its last replies before it is cut.
+// How long a cancelled connection may take to hand over its last replies before it is cut.
 constexpr int closeGraceMs = 5000;
+// Reads of one connection in one go, whatever the turn's clock says.
+constexpr int maxReadsPerTurn = 64;
+
+// The descriptor of each accepted connection comes straight here, so that reading, writing and
+// the two halves of closing are this class's own: a socket class would end the connection at
+// the peer's end of input and throw away answers still to be written.
+class Listener : public QTcpServer {
+public:
+    explicit Listener(std::function<void(qintptr)> accept)
+        : m_accept(std::move(accept))
+    {
+    }
+
+protected:
+    void incomingConnection(qintptr descriptor) override { m_accept(descriptor); }
+
+private:
+    std::function<void(qintptr)> m_accept;
+};
 
 bool startsWithHeader(QByteArrayView piece, QByteArrayView name)
 {
@@ -46,6 +70,47 @@ bool isValidUtf8(QByteArrayView bytes)
 
 } // namespace
 
+class MCPServer::Connection : public QObject {
+public:
+    Connection(int descriptor, QObject *parent)
+        : QObject(parent)
+        , fd(descriptor)
+        , readable(descriptor, QSocketNotifier::Read)
+        , writable(descriptor, QSocketNotifier::Write)
+    {
+        writable.setEnabled(false);
+    }
+    ~Connection() override { close(); }
+
+    void close()
+    {
+        if (fd < 0)
+            return;
+        readable.setEnabled(false);
+        writable.setEnabled(false);
+        ::close(fd);
+        fd = -1;
+    }
+    qsizetype unsentSize() const { return unsent.size() - unsentAt; }
+    // Nothing of the last read is left to serve and its answers don't back up.
+    bool mayRead() const
+    {
+        return fd >= 0 && !cancelled && !inputEnded && pending.isEmpty() &&
+               unsentSize() <= unsentAnswerBound;
+    }
+
+    int fd;
+    QSocketNotifier readable;
+    QSocketNotifier writable;
+    QByteArray pending; // the unserved rest of the last read
+    qsizetype pendingAt = 0;
+    QByteArray unsent; // answers the kernel has not taken yet
+    qsizetype unsentAt = 0;
+    bool inputEnded = false; // the peer has sent its last byte
+    bool cancelled = false;
+    bool shutDown = false;
+};
+
 quint16 MCPServer::configuredPort()
 {
     bool ok = false;
@@ -72,13 +137,12 @@ void MCPServer::start(ContextProvider provider)
         return;
     m_contextProvider = std::move(provider);
 
-    auto listener = std::make_unique<QTcpServer>();
+    auto listener = std::make_unique<Listener>([this](qintptr fd) { accept(fd); });
     if (!listener->listen(QHostAddress::LocalHost, m_port)) {
         setLastError(listener->errorString());
         setRunning(false);
         return;
     }
-    connect(listener.get(), &QTcpServer::newConnection, this, &MCPServer::accept);
     // Accepting pauses after a failure that isn't temporary (out of descriptors, for one); the
     // listener stays, so switching the bridge off and on again is the way back.
     connect(listener.get(), &QTcpServer::acceptError, this, [this] {
@@ -92,16 +156,16 @@ void MCPServer::start(ContextProvider provider)
 void MCPServer::stop()
 {
     m_listener.reset();
-    const QList<QTcpSocket *> connections = std::exchange(m_connections, {});
-    for (QTcpSocket *connection : connections)
+    const QList<Connection *> connections = std::exchange(m_connections, {});
+    for (Connection *connection : connections)
         cancel(connection);
     setRunning(false);
 }
 
 void MCPServer::disconnectAll()
 {
-    const QList<QTcpSocket *> connections = std::exchange(m_connections, {});
-    for (QTcpSocket *connection : connections)
+    const QList<Connection *> connections = std::exchange(m_connections, {});
+    for (Connection *connection : connections)
         cancel(connection);
     setSessionCount(0);
 }
@@ -170,55 +234,85 @@ bool MCPServer::looksLikeHttp(QByteArrayView piece)
            isRequestLine(piece);
 }
 
-void MCPServer::accept()
+void MCPServer::accept(qintptr descriptor)
 {
-    while (m_listener && m_listener->hasPendingConnections()) {
-        QTcpSocket *connection = m_listener->nextPendingConnection();
-        // Owned here, so that closing the listener leaves the connections to stop() to end.
-        connection->setParent(this);
-        // Qt then takes at most one unit from the kernel between two reads of ours.
-        connection->setReadBufferSize(readSize);
-        m_connections.append(connection);
-        setSessionCount(int(m_connections.size()));
-
-        connect(connection, &QTcpSocket::stateChanged, this,
-                [this, connection](QAbstractSocket::SocketState state) {
-                    if (state == QAbstractSocket::UnconnectedState)
-                        connectionEnded(connection);
-                });
-        connect(connection, &QTcpSocket::readyRead, this,
-                [this, connection] { receive(connection); });
-        receive(connection);
-    }
+    const int fd = int(descriptor);
+    ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
+    ::fcntl(fd, F_SETFD, ::fcntl(fd, F_GETFD) | FD_CLOEXEC);
+    auto *connection = new Connection(fd, this);
+    m_connections.append(connection);
+    setSessionCount(int(m_connections.size()));
+    connect(&connection->readable, &QSocketNotifier::activated, this,
+            [this, connection] { receive(connection); });
+    connect(&connection->writable, &QSocketNotifier::activated, this,
+            [this, connection] { flush(connection); });
+    receive(connection);
 }
 
-void MCPServer::receive(QTcpSocket *connection)
+void MCPServer::receive(Connection *connection)
 {
-    // Its postponed lines come first, in their turn.
-    if (m_postponedLines.contains(connection))
-        return;
-    while (connection->bytesAvailable() > 0) {
-        const QByteArray unit = connection->read(readSize);
-        if (unit.isEmpty() || !serve(connection, unit))
+    // A flood, even of empty lines, yields to the others once the turn is spent; the notifier
+    // brings it back on the next turn.
+    for (int reads = 0; connection->fd >= 0 && reads < maxReadsPerTurn; ++reads) {
+        if (!connection->cancelled && !connection->mayRead())
+            break;
+        if (reads > 0 && turnExhausted())
+            break;
+        QByteArray unit(readSize, Qt::Uninitialized);
+        const ssize_t got = ::recv(connection->fd, unit.data(), size_t(readSize), 0);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+            break;
+        if (got < 0 || (got == 0 && connection->cancelled)) {
+            // Reset, or a cancelled peer done: no answer can reach it any more.
+            end(connection);
             return;
+        }
+        if (got == 0) {
+            connection->inputEnded = true;
+            break;
+        }
+        if (connection->cancelled)
+            continue; // read only to be thrown away, until the peer closes
+        unit.truncate(got);
+        connection->pending = std::move(unit);
+        connection->pendingAt = 0;
+        serve(connection);
     }
+    settle(connection);
 }
 
-bool MCPServer::serve(QTcpSocket *connection, QByteArrayView unit)
+void MCPServer::serve(Connection *connection)
 {
-    for (QByteArrayView piece : splitLines(unit)) {
-        if (!m_connections.contains(connection))
-            return false;
-        if (turnExhausted()) {
-            postpone(connection, unit.sliced(piece.data() - unit.data()).toByteArray());
-            connection->flush();
-            return false;
+    while (connection->fd >= 0 && !connection->cancelled) {
+        const QByteArray &pending = connection->pending;
+        while (connection->pendingAt < pending.size() && pending.at(connection->pendingAt) == '\n')
+            ++connection->pendingAt;
+        if (connection->pendingAt >= pending.size()) {
+            connection->pending.clear();
+            connection->pendingAt = 0;
+            return;
         }
+        // Backed up: the rest of the read waits, held, until flush() has room again.
+        if (connection->unsentSize() > unsentAnswerBound)
+            return;
+        if (!m_waiting.isEmpty() || turnExhausted()) {
+            if (!m_waiting.contains(connection))
+                m_waiting.append(connection);
+            m_resumeTimer->start();
+            return;
+        }
+        QByteArrayView piece = QByteArrayView(pending).sliced(connection->pendingAt);
+        if (const qsizetype newline = piece.indexOf('\n'); newline >= 0)
+            piece = piece.first(newline);
+        connection->pendingAt += piece.size();
+
         if (looksLikeHttp(piece)) {
             m_connections.removeAll(connection);
             setSessionCount(int(m_connections.size()));
             cancel(connection);
-            return false;
+            return;
         }
         if (!m_contextProvider)
             continue;
@@ -231,27 +325,65 @@ bool MCPServer::serve(QTcpSocket *connection, QByteArrayView unit)
         }
         QByteArray response = m_protocol.handle(piece, *context);
         response.append('\n');
-        connection->write(response);
-        // A client that only writes cannot make Tovren hold its answers without bound: what
-        // the kernel won't take beyond the limit ends the connection.
-        if (connection->bytesToWrite() > unreadAnswerLimit) {
-            connection->flush();
-            if (connection->bytesToWrite() > unreadAnswerLimit) {
-                drop(connection);
-                return false;
-            }
+        answer(connection, std::move(response));
+    }
+}
+
+void MCPServer::answer(Connection *connection, QByteArray bytes)
+{
+    if (connection->unsentSize() > 0) {
+        connection->unsent.append(bytes);
+        return;
+    }
+    const ssize_t sent = ::send(connection->fd, bytes.constData(), size_t(bytes.size()),
+                                MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (sent < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
+        end(connection);
+        return;
+    }
+    if (sent == bytes.size())
+        return;
+    connection->unsent = std::move(bytes);
+    connection->unsentAt = std::max<qsizetype>(sent, 0);
+    connection->writable.setEnabled(true);
+}
+
+void MCPServer::flush(Connection *connection)
+{
+    QByteArray &unsent = connection->unsent;
+    while (connection->unsentAt < unsent.size()) {
+        const ssize_t sent =
+            ::send(connection->fd, unsent.constData() + connection->unsentAt,
+                   size_t(unsent.size() - connection->unsentAt), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent > 0) {
+            connection->unsentAt += sent;
+        } else if (sent < 0 && errno == EINTR) {
+            continue;
+        } else if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            break;
+        } else {
+            end(connection);
+            return;
         }
     }
-    // Handed to the kernel now: Qt drops what it still holds when the peer closes its side,
-    // and a client that ends with its last request still wants the answers.
-    connection->flush();
-    return m_connections.contains(connection);
+    if (connection->unsentAt == unsent.size()) {
+        unsent.clear();
+        connection->unsentAt = 0;
+    } else if (connection->unsentAt > unsent.size() / 2) {
+        unsent.remove(0, connection->unsentAt);
+        connection->unsentAt = 0;
+    }
+    if (!connection->cancelled && connection->unsentSize() <= unsentAnswerBound &&
+        !connection->pending.isEmpty())
+        serve(connection);
+    if (connection->mayRead())
+        receive(connection);
+    else
+        settle(connection);
 }
 
 bool MCPServer::turnExhausted()
 {
-    if (m_unbudgeted)
-        return false;
     if (!m_turnOpen) {
         // A zero timer runs only once control is back in the event loop: the next turn.
         m_turnOpen = true;
@@ -262,17 +394,9 @@ bool MCPServer::turnExhausted()
     return m_turn.elapsed() >= turnBudgetMs;
 }
 
-void MCPServer::postpone(QTcpSocket *connection, QByteArray rest)
-{
-    m_postponedLines.insert(connection, std::move(rest));
-    if (!m_waiting.contains(connection))
-        m_waiting.append(connection);
-    m_resumeTimer->start();
-}
-
 void MCPServer::resumeWaiting()
 {
-    QList<QTcpSocket *> waiting = std::exchange(m_waiting, {});
+    QList<Connection *> waiting = std::exchange(m_waiting, {});
     m_turnOpen = false;
     for (qsizetype i = 0; i < waiting.size(); ++i) {
         // The first in line always moves on; the others while the turn lasts.
@@ -280,53 +404,55 @@ void MCPServer::resumeWaiting()
             m_waiting = waiting.sliced(i) + m_waiting;
             break;
         }
-        QTcpSocket *connection = waiting.at(i);
-        const QByteArray rest = m_postponedLines.take(connection);
-        if (m_connections.contains(connection) && serve(connection, rest))
+        Connection *connection = waiting.at(i);
+        serve(connection);
+        if (connection->mayRead())
             receive(connection);
+        else
+            settle(connection);
     }
     if (!m_waiting.isEmpty())
         m_resumeTimer->start();
 }
 
-void MCPServer::forget(QTcpSocket *connection)
+void MCPServer::cancel(Connection *connection)
 {
+    connection->cancelled = true;
+    connection->pending.clear();
+    connection->pendingAt = 0;
     m_waiting.removeAll(connection);
-    m_postponedLines.remove(connection);
+    // What it was answered goes out first; a peer that neither reads nor closes is cut.
+    QTimer::singleShot(closeGraceMs, connection, [this, connection] { end(connection); });
+    settle(connection);
 }
 
-void MCPServer::cancel(QTcpSocket *connection)
+void MCPServer::settle(Connection *connection)
 {
-    forget(connection);
-    // Nothing more that arrives on it is handled; its end is still reported.
-    disconnect(connection, &QTcpSocket::readyRead, this, nullptr);
-    disconnect(connection, &QTcpSocket::bytesWritten, this, nullptr);
-    QTimer::singleShot(closeGraceMs, connection, [connection] { connection->abort(); });
-    connection->disconnectFromHost();
-}
-
-void MCPServer::drop(QTcpSocket *connection)
-{
-    forget(connection);
-    m_connections.removeAll(connection);
-    setSessionCount(int(m_connections.size()));
-    disconnect(connection, &QTcpSocket::readyRead, this, nullptr);
-    // Its pending answers are thrown away with it: waiting for them is what it was dropped for.
-    connection->abort();
-}
-
-void MCPServer::connectionEnded(QTcpSocket *connection)
-{
-    // A peer that hung up after its last lines still has them served, all at once since the
-    // connection goes now; the replies go nowhere.
-    if (m_connections.contains(connection)) {
-        m_unbudgeted = true;
-        const QByteArray rest = m_postponedLines.take(connection);
-        if (rest.isEmpty() || serve(connection, rest))
-            receive(connection);
-        m_unbudgeted = false;
+    if (connection->fd < 0)
+        return;
+    const bool drained = connection->unsentSize() == 0;
+    if (connection->cancelled) {
+        if (drained && !connection->shutDown) {
+            ::shutdown(connection->fd, SHUT_WR);
+            connection->shutDown = true;
+        }
+        connection->readable.setEnabled(true);
+    } else if (connection->inputEnded && connection->pending.isEmpty() && drained) {
+        // Everything it sent is answered and handed over: the connection has done its work.
+        end(connection);
+        return;
+    } else {
+        connection->readable.setEnabled(connection->mayRead());
     }
-    forget(connection);
+    connection->writable.setEnabled(!drained);
+}
+
+void MCPServer::end(Connection *connection)
+{
+    if (connection->fd < 0)
+        return;
+    connection->close();
+    m_waiting.removeAll(connection);
     m_connections.removeAll(connection);
     setSessionCount(int(m_connections.size()));
     connection->deleteLater();

@@ -4,7 +4,6 @@
 
 #include <QByteArrayView>
 #include <QElapsedTimer>
-#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -16,7 +15,6 @@
 class ModelContext;
 class Preferences;
 class QTcpServer;
-class QTcpSocket;
 class QTimer;
 
 // The loopback listener through which assistants on this computer reach the journal:
@@ -27,6 +25,11 @@ class QTimer;
 // there is nothing to say). A line that arrives in two reads is two broken lines; nothing is
 // kept between reads. A piece that begins like HTTP ends the connection on the spot, so that a
 // web page cannot use the browser to smuggle a request in.
+//
+// Every line read is answered before its connection closes, even after the peer has closed its
+// sending side. A connection whose answers back up is not read from until they drain, so a slow
+// reader is held back by the kernel rather than cut off, and one that never reads costs a bounded
+// amount of memory.
 class MCPServer : public QObject {
     Q_OBJECT
 public:
@@ -34,8 +37,9 @@ public:
 
     static constexpr quint16 defaultPort = 35468;
     static constexpr qint64 readSize = 65536;
-    // A connection whose answers waiting to be read pass this is closed on the spot.
-    static constexpr qint64 unreadAnswerLimit = 4 * 1024 * 1024;
+    // While more than this of a connection's answers waits to be sent, nothing more of it is
+    // read or served.
+    static constexpr qint64 unsentAnswerBound = 1024 * 1024;
     // How long one turn of the event loop may spend answering lines. Past it, the remaining
     // lines wait for the next turn, taken in order of arrival, so that many busy assistants
     // cannot freeze the window.
@@ -82,19 +86,21 @@ signals:
     void lifetimeToolCallsChanged(qint64 count);
 
 private:
-    void accept();
-    void receive(QTcpSocket *connection);
-    // False when reading from it must stop: the unit ended the connection, or the turn's time
-    // ran out and the rest of the unit waits for the next turn.
-    bool serve(QTcpSocket *connection, QByteArrayView unit);
+    class Connection;
+
+    void accept(qintptr descriptor);
+    void receive(Connection *connection);
+    // Answers its unserved lines while the turn lasts and its answers fit.
+    void serve(Connection *connection);
+    void answer(Connection *connection, QByteArray bytes);
+    void flush(Connection *connection);
     bool turnExhausted();
-    void postpone(QTcpSocket *connection, QByteArray rest);
     void resumeWaiting();
-    void forget(QTcpSocket *connection);
-    void cancel(QTcpSocket *connection);
-    // Ends a connection at once, discarding what it has not read.
-    void drop(QTcpSocket *connection);
-    void connectionEnded(QTcpSocket *connection);
+    // Stops serving it; what it was already answered is still handed over before it closes.
+    void cancel(Connection *connection);
+    // Its work is done or it is gone: the descriptor closes and its end is reported.
+    void end(Connection *connection);
+    void settle(Connection *connection);
     void setRunning(bool running);
     void setLastError(const QString &error);
     void setSessionCount(int count);
@@ -103,13 +109,11 @@ private:
     quint16 m_port;
     std::unique_ptr<QTcpServer> m_listener;
     ContextProvider m_contextProvider;
-    QList<QTcpSocket *> m_connections; // in order of acceptance
-    QList<QTcpSocket *> m_waiting;     // postponed to a later turn, first come first served
-    QHash<QTcpSocket *, QByteArray> m_postponedLines; // the unserved rest of a unit
+    QList<Connection *> m_connections; // neither ended nor cancelled, in order of acceptance
+    QList<Connection *> m_waiting;     // postponed to a later turn, first come first served
     QTimer *m_resumeTimer = nullptr;
     QElapsedTimer m_turn;
     bool m_turnOpen = false;
-    bool m_unbudgeted = false; // while serving a peer that has hung up
     bool m_running = false;
     std::optional<QString> m_lastError;
     int m_sessionCount = 0;

@@ -1,9 +1,9 @@
 #pragma once
 
 // Shared by the bridge tests: a journal with preferences, a registry of tools that count their
-// calls, and clients that wait by running the event loop, since the listener under test lives
-// on the same thread.
+// calls, and ways to read answers.
 
+#include "LineClient.h"
 #include "TestSupport.h"
 
 #include "bridge/MCPError.h"
@@ -16,15 +16,10 @@
 #include "core/store/ModelContext.h"
 #include "core/store/StoreError.h"
 
-#include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QTcpSocket>
 #include <QTest>
-
-#include <optional>
 
 namespace BridgeTest {
 
@@ -86,23 +81,8 @@ struct Journal {
     }
 };
 
-inline QByteArray request(const QByteArray &id, const QByteArray &method,
-                          const QByteArray &params = QByteArray())
-{
-    QByteArray line = R"({"jsonrpc":"2.0",)";
-    if (!id.isNull())
-        line += R"("id":)" + id + ',';
-    line += R"("method":")" + method + '"';
-    if (!params.isNull())
-        line += R"(,"params":)" + params;
-    return line + '}';
-}
-
-inline QByteArray call(const QByteArray &id, const QByteArray &tool,
-                       const QByteArray &arguments = "{}")
-{
-    return request(id, "tools/call", R"({"name":")" + tool + R"(","arguments":)" + arguments + '}');
-}
+using Line::call;
+using Line::request;
 
 // One response line in a form rows can compare: its id as it came back (or "-" for none), then
 // "result" or "error <code> <message>"; "blank" for a bare newline; "not JSON" otherwise.
@@ -142,70 +122,17 @@ inline QJsonObject resultOf(const QByteArray &line)
     return QJsonDocument::fromJson(line).object().value("result"_L1).toObject();
 }
 
-// A client that waits by turning the event loop, so the listener in this process keeps working.
-class Client {
-public:
-    bool connectTo(quint16 port, const QHostAddress &address = QHostAddress::LocalHost)
-    {
-        m_socket.connectToHost(address, port);
-        const QDeadlineTimer deadline(5000);
-        while (m_socket.state() != QAbstractSocket::ConnectedState &&
-               m_socket.state() != QAbstractSocket::UnconnectedState && !deadline.hasExpired())
-            QTest::qWait(2);
-        return m_socket.state() == QAbstractSocket::ConnectedState;
+// What came back before the answer to a probe sent now, each line described.
+inline QStringList describeUntilProbe(LineClient &client)
+{
+    client.send(request("\"probe\"", "tools/list") + '\n');
+    QStringList lines;
+    while (const auto line = client.readLine(5000)) {
+        if (describe(*line) == u"\"probe\" result"_s)
+            return lines;
+        lines.append(describe(*line));
     }
-
-    void send(const QByteArray &bytes)
-    {
-        m_socket.write(bytes);
-        m_socket.flush();
-    }
-
-    // The next line without its newline, or nothing when none comes in time.
-    std::optional<QByteArray> readLine(int timeoutMs = 5000)
-    {
-        const QDeadlineTimer deadline(timeoutMs);
-        while (!m_socket.canReadLine() && !deadline.hasExpired()) {
-            if (m_socket.state() == QAbstractSocket::UnconnectedState && !m_socket.canReadLine())
-                return std::nullopt;
-            QTest::qWait(1);
-        }
-        if (!m_socket.canReadLine())
-            return std::nullopt;
-        return m_socket.readLine().chopped(1);
-    }
-
-    // What came back before the answer to a probe sent now, each line described.
-    QStringList describeUntilProbe()
-    {
-        send(request("\"probe\"", "tools/list") + '\n');
-        QStringList lines;
-        for (int i = 0; i < 1000; ++i) {
-            const auto line = readLine();
-            if (!line) {
-                lines.append(u"(nothing more)"_s);
-                break;
-            }
-            const QString description = describe(*line);
-            if (description == u"\"probe\" result"_s)
-                break;
-            lines.append(description);
-        }
-        return lines;
-    }
-
-    bool waitForClose(int timeoutMs = 5000)
-    {
-        const QDeadlineTimer deadline(timeoutMs);
-        while (m_socket.state() != QAbstractSocket::UnconnectedState && !deadline.hasExpired())
-            QTest::qWait(2);
-        return m_socket.state() == QAbstractSocket::UnconnectedState;
-    }
-
-    QTcpSocket &socket() { return m_socket; }
-
-private:
-    QTcpSocket m_socket;
-};
+    return lines << u"(nothing more)"_s;
+}
 
 } // namespace BridgeTest

@@ -1,85 +1,212 @@
 // The whole program as an assistant meets it: `tovren --headless` with the bridge switched on
-// in a hand-written preferences file.
+// in a hand-written preferences file, reached over a socket and through `tovren mcp`.
 
-#include "BridgeTestSupport.h"
+#include "LineClient.h"
 #include "TovrenProcess.h"
 
-#include "bridge/MCPToolGroup.h"
-
-#include <QDir>
+#include <QDate>
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QTest>
 
+#include <arpa/inet.h>
 #include <csignal>
+#include <netinet/in.h>
+#include <numeric>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
-using namespace BridgeTest;
+using Line::call;
+using Line::request;
 
 class HeadlessTest : public QObject {
     Q_OBJECT
 
-private:
-    static QByteArray exchange(QTcpSocket &socket, const QByteArray &line)
-    {
-        socket.write(line + '\n');
-        socket.flush();
-        while (!socket.canReadLine()) {
-            if (!socket.waitForReadyRead(10000))
-                return "(no answer)";
-        }
-        return socket.readLine().chopped(1);
-    }
+    std::unique_ptr<TempDataDir> m_dir;
+    std::unique_ptr<TovrenProcess> m_tovren;
+    quint16 m_port = 0;
 
 private slots:
     void initTestCase()
     {
         QVERIFY2(QFile::exists(TovrenProcess::binary()), qPrintable(TovrenProcess::binary()));
+        m_dir = std::make_unique<TempDataDir>();
+        m_tovren = std::make_unique<TovrenProcess>(*m_dir);
+        QVERIFY(m_tovren->writePreferences(R"({"mcpServerEnabled": true})"));
+        m_port = TovrenProcess::freePort();
+        QVERIFY(m_tovren->start({u"--headless"_s}, m_port));
+        QVERIFY2(m_tovren->waitUntilListening(m_port), "tovren --headless never listened");
     }
 
     void assistantTalksToHeadlessTovren()
     {
-        TempDataDir dir;
-        TovrenProcess tovren(dir);
-        QVERIFY(tovren.writePreferences(R"({"mcpServerEnabled": true})"));
-        const quint16 port = TovrenProcess::freePort();
-        QVERIFY(tovren.start({u"--headless"_s}, port));
-        QVERIFY2(tovren.waitUntilListening(port), "tovren --headless never listened");
-
-        QTcpSocket socket;
-        socket.connectToHost(QHostAddress::LocalHost, port);
-        QVERIFY(socket.waitForConnected(5000));
-        QCOMPARE(socket.state(), QAbstractSocket::ConnectedState);
-
-        const QByteArray initialized =
-            exchange(socket, request("1", "initialize", R"({"protocolVersion":"2024-11-05"})"));
-        const QJsonObject info = resultOf(initialized);
+        LineClient client(m_port);
+        QVERIFY(client.connected());
+        const QJsonObject info =
+            client.call(request("1", "initialize", R"({"protocolVersion":"2024-11-05"})"))
+                .value_or(QJsonObject())
+                .value("result"_L1)
+                .toObject();
         QCOMPARE(info.value("protocolVersion"_L1), u"2024-11-05"_s);
         QCOMPARE(info.value("serverInfo"_L1).toObject().value("name"_L1), u"tovren"_s);
         QVERIFY(info.value("instructions"_L1)
                     .toString()
                     .startsWith(u"This is the user's own work journal."_s));
-        QCOMPARE(exchange(socket, request(QByteArray(), "notifications/initialized")),
-                 QByteArray());
+        QVERIFY(client.send(request(QByteArray(), "notifications/initialized") + '\n'));
+        QCOMPARE(client.readLine(), QByteArray());
 
-        // Whatever tools have landed, an install that had the bridge on before the groups
-        // existed sees every group.
-        const QJsonObject listed = resultOf(exchange(socket, request("2", "tools/list")));
-        QVERIFY(listed.value("tools"_L1).isArray());
-        for (const QJsonValue &tool : listed.value("tools"_L1).toArray()) {
-            const QJsonObject row = tool.toObject();
-            QVERIFY(MCPToolGroup::allToolNames().contains(row.value("name"_L1).toString()));
-            QVERIFY(row.value("description"_L1).isString());
-            QCOMPARE(row.value("inputSchema"_L1).toObject().value("type"_L1), u"object"_s);
+        // Every tool built so far, in the published order: an install that had the bridge on
+        // before the groups existed has every group on.
+        const QJsonArray tools = client.call(request("2", "tools/list"))
+                                     .value_or(QJsonObject())
+                                     .value("result"_L1)
+                                     .toObject()
+                                     .value("tools"_L1)
+                                     .toArray();
+        QStringList names;
+        for (const QJsonValue &tool : tools) {
+            names.append(tool.toObject().value("name"_L1).toString());
+            QVERIFY(tool.toObject().value("description"_L1).isString());
+            QCOMPARE(tool.toObject().value("inputSchema"_L1).toObject().value("type"_L1),
+                     u"object"_s);
         }
-        QCOMPARE(describe(exchange(socket, call("3", "no_such_tool"))),
-                 u"3 error -32601 Unknown tool: no_such_tool"_s);
+        QCOMPARE(names, QStringList({u"get_entries"_s, u"add_journal_entry"_s,
+                                     u"get_journal_template"_s, u"update_journal_entry"_s}));
+        QCOMPARE(client.call(call("3", "no_such_tool"))
+                     .value_or(QJsonObject())
+                     .value("error"_L1)
+                     .toObject()
+                     .value("message"_L1),
+                 u"Unknown tool: no_such_tool"_s);
+    }
 
-        QVERIFY(tovren.stop(SIGTERM));
-        QCOMPARE(tovren.process().exitStatus(), QProcess::NormalExit);
-        QCOMPARE(tovren.process().exitCode(), 0);
-        QVERIFY(socket.state() == QAbstractSocket::UnconnectedState ||
-                !socket.waitForReadyRead(5000));
+    // An assistant that sends all its requests and then closes its sending side (nc -N, and
+    // `tovren mcp` when its input ends) is answered every one, however long they take.
+    void halfClosedClientGetsEveryAnswer_data()
+    {
+        QTest::addColumn<bool>("throughStdio");
+        QTest::newRow("socket closed for writing") << false;
+        QTest::newRow("tovren mcp with its input ended") << true;
+    }
+    void halfClosedClientGetsEveryAnswer()
+    {
+        QFETCH(bool, throughStdio);
+        const QDate today = QDate::currentDate();
+        // A fortnight of long pages, so that the answers take many turns of Tovren's loop.
+        if (!throughStdio) {
+            LineClient writer(m_port);
+            for (int day = 0; day < 14; ++day) {
+                const auto answer = writer.call(
+                    call(QByteArray::number(day), "add_journal_entry",
+                         QJsonObject{{"content"_L1, QString(20000, u'p')},
+                                     {"date"_L1, today.addDays(-day).toString(Qt::ISODate)}}));
+                QVERIFY(answer && Line::succeeded(*answer));
+            }
+        }
+        constexpr int requests = 120;
+        QByteArray lines;
+        for (int i = 0; i < requests; ++i) {
+            const QByteArray id = QByteArray::number(i);
+            lines += (i % 3 == 0 ? call(id, "add_journal_entry",
+                                        QJsonObject{{"content"_L1, u"- pipelined %1"_s.arg(i)}})
+                                 : call(id, "get_entries")) +
+                     '\n';
+        }
 
-        QFile preferences(dir.configDir() + u"/preferences.json"_s);
+        QByteArrayList answers;
+        if (throughStdio) {
+            QProcess bridge;
+            QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+            environment.insert(u"TOVREN_MCP_PORT"_s, QString::number(m_port));
+            bridge.setProcessEnvironment(environment);
+            bridge.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+            bridge.start(TovrenProcess::binary(), {u"mcp"_s});
+            QVERIFY(bridge.waitForStarted());
+            bridge.write(lines);
+            bridge.closeWriteChannel();
+            QVERIFY(bridge.waitForFinished(180000));
+            QCOMPARE(bridge.exitCode(), 0);
+            answers = bridge.readAllStandardOutput().split('\n');
+            QCOMPARE(answers.takeLast(), QByteArray());
+        } else {
+            LineClient client(m_port);
+            QVERIFY(client.send(lines));
+            client.shutdownWrite();
+            answers = client.linesUntilClosed(180000).value_or(QByteArrayList());
+        }
+
+        QList<int> ids;
+        for (const QByteArray &line : std::as_const(answers)) {
+            const QJsonObject answer = QJsonDocument::fromJson(line).object();
+            QVERIFY2(Line::succeeded(answer), line.left(200).constData());
+            ids.append(answer.value("id"_L1).toInt(-1));
+        }
+        QList<int> expected(requests);
+        std::iota(expected.begin(), expected.end(), 0);
+        QCOMPARE(ids, expected);
+    }
+
+    // `tovren mcp` against a listener that answers a lot before it reads anything and then is
+    // slow to finish: the bridge must take answers while its own writes wait, and stay to the end.
+    void stdioBridgeRelaysBothWaysUntilTovrenCloses()
+    {
+        const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        QVERIFY(::bind(listener, reinterpret_cast<sockaddr *>(&address), length) == 0);
+        QVERIFY(::listen(listener, 1) == 0);
+        QVERIFY(::getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length) == 0);
+
+        // More each way than the kernel's buffers hold.
+        const QByteArray input(16 * 1024 * 1024, 'q');
+        const QByteArray answers = QByteArray(16 * 1024 * 1024, 'a') + '\n';
+        qsizetype received = 0;
+        std::thread fake([&] {
+            const int fd = ::accept(listener, nullptr, nullptr);
+            for (qsizetype at = 0, sent = 0; at < answers.size() && sent >= 0; at += sent)
+                sent =
+                    ::send(fd, answers.constData() + at, size_t(answers.size() - at), MSG_NOSIGNAL);
+            char buffer[65536];
+            for (ssize_t got; (got = ::recv(fd, buffer, sizeof buffer, 0)) > 0;)
+                received += got;
+            std::this_thread::sleep_for(std::chrono::seconds(6));
+            ::send(fd, "last\n", 5, MSG_NOSIGNAL);
+            ::close(fd);
+        });
+
+        QProcess bridge;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"TOVREN_MCP_PORT"_s, QString::number(ntohs(address.sin_port)));
+        bridge.setProcessEnvironment(environment);
+        bridge.start(TovrenProcess::binary(), {u"mcp"_s});
+        QVERIFY(bridge.waitForStarted());
+        bridge.write(input);
+        bridge.closeWriteChannel();
+        const bool finished = bridge.waitForFinished(30000);
+        if (!finished)
+            bridge.kill();
+        fake.join();
+        ::close(listener);
+        QVERIFY2(finished, "the bridge and the listener wait for each other");
+        QCOMPARE(bridge.exitCode(), 0);
+        QCOMPARE(received, input.size());
+        const QByteArray output = bridge.readAllStandardOutput();
+        QCOMPARE(output.size(), answers.size() + 5);
+        QVERIFY(output.endsWith("\nlast\n"));
+    }
+
+    void cleanupTestCase()
+    {
+        QVERIFY(m_tovren->stop(SIGTERM));
+        QCOMPARE(m_tovren->process().exitStatus(), QProcess::NormalExit);
+        QCOMPARE(m_tovren->process().exitCode(), 0);
+
+        QFile preferences(m_dir->configDir() + u"/preferences.json"_s);
         QVERIFY(preferences.open(QIODevice::ReadOnly));
         const QJsonObject stored = QJsonDocument::fromJson(preferences.readAll()).object();
         QCOMPARE(stored.value("mcpToolGroupDefaultsApplied"_L1), true);
