@@ -206,8 +206,10 @@ bool isHeadingLine(QStringView line)
 
 std::optional<QString> inserting(const QString &text, const QString &section, const QString &page)
 {
-    // Only real headings count, so a line that opens with a #tag is neither a section nor
-    // the end of one.
+    // A section runs from its heading to the next heading of any level, so a sub-heading ends
+    // it too. Only real headings count ("#"s and a blank): a line that opens with a #tag is text.
+    // Headings match at any level and with their marks stripped, as the user may have restyled
+    // them.
     QStringList lines = page.split(u'\n');
     const QString wanted = section.trimmed();
     qsizetype heading = -1;
@@ -223,8 +225,9 @@ std::optional<QString> inserting(const QString &text, const QString &section, co
         ++end;
     while (end - 1 > heading && lines.at(end - 1).trimmed().isEmpty())
         --end;
+    // Straight after the section's last line, with no blank line between: bullets added one at
+    // a time make one list.
     lines.insert(end, text);
-    lines.insert(end, QString());
     return lines.join(u'\n');
 }
 

@@ -37,8 +37,8 @@ QStringList currentSections(const Preferences &preferences);
 // A sentence for assistants naming the sections, or nothing for a free-form journal.
 QString mcpSectionGuidance(const Preferences &preferences);
 
-// The page with `text` added at the end of the section headed `section` (ignoring case and
-// marks), after a blank line; nothing when the page has no such heading.
+// The page with `text` on the line after the last non-blank line of the section headed
+// `section` (any level, ignoring case and marks); nothing when the page has no such heading.
 std::optional<QString> inserting(const QString &text, const QString &section, const QString &page);
 // A heading line: "#"s and a blank, as the stored text reads one.
 bool isHeadingLine(QStringView line);

@@ -260,13 +260,18 @@ private slots:
             << added + u"."_s << u"Fixed the build."_s;
         QTest::newRow("the first write lays out the template")
             << u"standup"_s << QString() << under("today") << added + u" under today."_s
-            << u"## Yesterday\n\n## Today\n\nFixed the build.\n\n## Blockers\n"_s;
+            << u"## Yesterday\n\n## Today\nFixed the build.\n\n## Blockers\n"_s;
         QTest::newRow("after the section's last line, not its blank lines")
             << u"standup"_s
             << u"## Yesterday\n\nReviews.\n\n## Today\n\nPaired.\n\n\n## Blockers\n"_s
             << under("Today") << added + u" under Today."_s
-            << u"## Yesterday\n\nReviews.\n\n## Today\n\nPaired.\n\nFixed the build.\n\n\n"
+            << u"## Yesterday\n\nReviews.\n\n## Today\n\nPaired.\nFixed the build.\n\n\n"
                "## Blockers\n"_s;
+        QTest::newRow("bullets added one at a time make one list")
+            << u"standup"_s << u"## Today\n- Paired.\n\n## Blockers\n"_s
+            << QJsonObject{{"content"_L1, u"- Fixed the build."_s}, {"section"_L1, u"Today"_s}}
+            << added + u" under Today."_s
+            << u"## Today\n- Paired.\n- Fixed the build.\n\n## Blockers\n"_s;
         QTest::newRow("a lost heading comes back at the end")
             << u"standup"_s << u"## Yesterday\n\nReviews."_s << under("Blockers")
             << added + u" under Blockers."_s
@@ -579,7 +584,7 @@ private slots:
         page.save();
 
         QCOMPARE(journal.stored(day(2026, 1, 5)),
-                 u"## Yesterday\n\nReviewed the migration.\n\n## Today\n\nPaired with Ana on the "
+                 u"## Yesterday\n\nReviewed the migration.\n\n## Today\nPaired with Ana on the "
                  "importer.\n\n## Blockers\n\nWaiting on review."_s);
     }
 };

@@ -63,7 +63,7 @@ try {
     step = 'read back';
     const read = text(await withTimeout(client.callTool({ name: 'get_entries', arguments: { from: day, to: day } })));
     const dayText = read.slice(read.indexOf('\n\n') + 2);
-    expect(dayText === `## Yesterday\n\n## Today\n\n${line}\n\n## Blockers`, JSON.stringify(read));
+    expect(dayText === `## Yesterday\n\n## Today\n${line}\n\n## Blockers`, JSON.stringify(read));
 
     step = 'update with expected_current';
     const tidied = `## Today\n\n${line} #importer`;

@@ -91,18 +91,22 @@ private slots:
         QTest::addColumn<QString>("section");
         QTest::addColumn<QString>("result");
         const QString skeleton = u"## Yesterday\n\n## Today\n\n## Blockers\n"_s;
+        // The text goes right after the section's last line, blank lines staying below it.
         QTest::newRow("first write under a fresh heading")
-            << skeleton << u"Today"_s << u"## Yesterday\n\n## Today\n\nshipped\n\n## Blockers\n"_s;
+            << skeleton << u"Today"_s << u"## Yesterday\n\n## Today\nshipped\n\n## Blockers\n"_s;
         QTest::newRow("after the section's last text")
-            << u"## Today\nfirst\n\n\n## Blockers"_s << u"today"_s
-            << u"## Today\nfirst\n\nshipped\n\n\n## Blockers"_s;
+            << u"## Today\n- first\n\n\n## Blockers"_s << u"today"_s
+            << u"## Today\n- first\nshipped\n\n\n## Blockers"_s;
         QTest::newRow("last section")
-            << u"## Today\nfirst\n"_s << u" Today "_s << u"## Today\nfirst\n\nshipped\n"_s;
-        QTest::newRow("marks in the heading")
-            << u"# **Today**\nx"_s << u"Today"_s << u"# **Today**\nx\n\nshipped"_s;
-        QTest::newRow("a tag line is not a heading")
+            << u"## Today\nfirst\n"_s << u" Today "_s << u"## Today\nfirst\nshipped\n"_s;
+        QTest::newRow("any level, marks stripped")
+            << u"# **Today**\nx"_s << u"Today"_s << u"# **Today**\nx\nshipped"_s;
+        QTest::newRow("a deeper heading ends the section")
+            << u"## Today\nx\n### Detail\ny"_s << u"Today"_s
+            << u"## Today\nx\nshipped\n### Detail\ny"_s;
+        QTest::newRow("a tag line is text, not a heading")
             << u"## Today\n#launch went out\n## Next"_s << u"Today"_s
-            << u"## Today\n#launch went out\n\nshipped\n## Next"_s;
+            << u"## Today\n#launch went out\nshipped\n## Next"_s;
     }
 
     void inserting()
