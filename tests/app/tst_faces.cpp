@@ -79,8 +79,6 @@ private slots:
             << u"window"_s << QStringList{u"--quick-capture"_s} << 0 << QByteArray();
         QTest::newRow("link") << u"window"_s << QStringList{u"tovren://auth/microsoft?code=abc"_s}
                               << 0 << QByteArray();
-        QTest::newRow("login start")
-            << u"window"_s << QStringList{u"--background"_s} << 0 << QByteArray();
         QTest::newRow("show, opened at login")
             << u"background"_s << QStringList{u"--show"_s} << 0 << QByteArray();
         // Killed outright, Tovren leaves its socket file behind; the next start takes over.
@@ -88,8 +86,6 @@ private slots:
             << u"window after a crash"_s << QStringList{u"--show"_s} << 0 << QByteArray();
         QTest::newRow("window against headless")
             << u"headless"_s << QStringList() << 1 << windowless;
-        QTest::newRow("link against headless")
-            << u"headless"_s << QStringList{u"tovren://x"_s} << 1 << windowless;
         QTest::newRow("headless against window")
             << u"window"_s << QStringList{u"--headless"_s} << 1 << already;
         QTest::newRow("not a link") << QString() << QStringList{u"notes.txt"_s} << 1 << linksOnly;

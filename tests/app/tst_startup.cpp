@@ -112,8 +112,12 @@ private slots:
             allSetAside.append(name + u".corrupt-"_s + stamp);
         allSetAside.sort();
         const auto rebuilt = int(StoreLifecycle::State::rebuilt);
-        QTest::newRow("healthy, first launch") << u"nothing"_s << int(StoreLifecycle::State::normal)
-                                               << all << u"Imported your earlier journal\\."_s;
+        const auto normal = int(StoreLifecycle::State::normal);
+        QTest::newRow("healthy, first launch")
+            << u"nothing"_s << normal << all << u"Imported your earlier journal\\."_s;
+        QTest::newRow("healthy, a restore after the import")
+            << u"restore"_s << normal << all << u"Restored it\\."_s;
+        QTest::newRow("healthy, nothing to say") << u"quiet"_s << normal << all << QString();
         QTest::newRow("garbage, with sidecars")
             << u"garbage"_s << rebuilt << allSetAside << quarantined;
         QTest::newRow("garbage, main file only")
@@ -155,9 +159,17 @@ private slots:
         for (const QString &name : filesIn(dir.dataRoot()))
             original.insert(name, fileContents(dir.dataRoot() + u'/' + name));
 
-        TovrenApp app(stepsWithNotices(u"Imported your earlier journal."_s, std::nullopt, nullptr,
-                                       before == u"open fails once"_s ? 1 : 0));
+        QStringList order;
+        TovrenApp app(stepsWithNotices(
+            before == u"quiet"_s ? std::nullopt
+                                 : std::optional(u"Imported your earlier journal."_s),
+            before == u"restore"_s ? std::optional(u"Restored it."_s) : std::nullopt, &order,
+            before == u"open fails once"_s ? 1 : 0));
         app.start();
+        // The import, then the restore, which overwrites the store files and whose word wins;
+        // both before the store opens.
+        QCOMPARE(order.mid(0, 4),
+                 QStringList({u"legacy"_s, u"restore"_s, u"toolGroups"_s, u"open"_s}));
         QCOMPARE(int(app.storeState()), state);
         const QString said = app.recoveryNotice().value_or(QString());
         QVERIFY2(QRegularExpression(u'^' + notice + u'$').match(said).hasMatch(), qPrintable(said));
@@ -175,35 +187,6 @@ private slots:
         context.insert(std::make_shared<DailyEntry>(u"still works"_s, launchTime, false));
         context.save();
         QCOMPARE(context.fetch<DailyEntry>().value(0)->content, u"still works"_s);
-    }
-
-    // Import first, then the restore, which overwrites the store files and whose word wins; both
-    // before the store opens.
-    void launchStepsRunInOrderAndRestoreWins_data()
-    {
-        QTest::addColumn<QString>("legacy");
-        QTest::addColumn<QString>("restore");
-        QTest::addColumn<QString>("notice");
-        QTest::newRow("restore replaces import")
-            << u"Imported 12 entries."_s << u"Restored it."_s << u"Restored it."_s;
-        QTest::newRow("import alone")
-            << u"Imported 12 entries."_s << QString() << u"Imported 12 entries."_s;
-        QTest::newRow("nothing to say") << QString() << QString() << QString();
-    }
-    void launchStepsRunInOrderAndRestoreWins()
-    {
-        QFETCH(QString, legacy);
-        QFETCH(QString, restore);
-        QFETCH(QString, notice);
-        TempDataDir dir;
-        QStringList order;
-        auto optional = [](const QString &s) {
-            return s.isNull() ? std::nullopt : std::optional(s);
-        };
-        TovrenApp app(stepsWithNotices(optional(legacy), optional(restore), &order));
-        app.start();
-        QCOMPARE(order, QStringList({u"legacy"_s, u"restore"_s, u"toolGroups"_s, u"open"_s}));
-        QCOMPARE(app.recoveryNotice(), optional(notice));
     }
 
     void libraryNudge_data()
@@ -253,11 +236,20 @@ private slots:
         }
     }
 
+    // An assistant that was connected is dropped; the listener itself stays on.
     void eraseAllDataKeepsOnlyReviewsAndSettings()
     {
         TempDataDir dir;
+        qputenv("TOVREN_MCP_PORT", "0");
         TovrenApp app(LaunchSteps::standard());
+        app.preferences().set(Prefs::mcpServerEnabled, true);
         app.start();
+        qunsetenv("TOVREN_MCP_PORT");
+        QTRY_VERIFY(app.mcpServer().isRunning());
+        QTcpSocket assistant;
+        assistant.connectToHost(QHostAddress::LocalHost, app.mcpServer().serverPort());
+        QVERIFY(assistant.waitForConnected(5000));
+        QTRY_COMPARE(app.mcpServer().activeSessionCount(), 1);
         ModelContext &context = app.mainContext();
         auto entry = std::make_shared<DailyEntry>(u"page #tag"_s, launchTime, true);
         auto image = std::make_shared<EntryImage>(QByteArray("png"), std::nullopt, entry);
@@ -309,26 +301,9 @@ private slots:
             QVERIFY2(!app.preferences().contains(key), qPrintable(key));
         QCOMPARE(app.preferences().value(Prefs::aiProvider), u"claude"_s);
         QCOMPARE(app.preferences().value(Prefs::dailyReminderHour), 8);
-    }
-
-    void eraseAllDataDropsAssistantConnections()
-    {
-        TempDataDir dir;
-        qputenv("TOVREN_MCP_PORT", "0");
-        TovrenApp app(LaunchSteps::standard());
-        app.preferences().set(Prefs::mcpServerEnabled, true);
-        app.start();
-        qunsetenv("TOVREN_MCP_PORT");
-        QTRY_VERIFY(app.mcpServer().isRunning());
-        QTcpSocket assistant;
-        assistant.connectToHost(QHostAddress::LocalHost, app.mcpServer().serverPort());
-        QVERIFY(assistant.waitForConnected(5000));
-        QTRY_COMPARE(app.mcpServer().activeSessionCount(), 1);
-
-        app.eraseAllData();
         QTRY_COMPARE(assistant.state(), QAbstractSocket::UnconnectedState);
         QCOMPARE(app.mcpServer().activeSessionCount(), 0);
-        QVERIFY(app.mcpServer().isRunning()); // the listener itself stays on
+        QVERIFY(app.mcpServer().isRunning());
     }
 
     // Without a window the notice is in the inbox at once, and the next window still raises it.
