@@ -70,7 +70,8 @@ QCoro::Task<bool> AIKeyStore::remove(QString account)
     // A keyring that refused still holds the key; the file's copy goes either way.
     const bool keyringClear = outcome != SecretStore::Outcome::failed;
     const bool fileClear = !readFile(account) || writeFile(account, std::nullopt);
-    co_return keyringClear &&fileClear;
+    const bool removed = keyringClear && fileClear;
+    co_return removed;
 }
 
 QCoro::Task<bool> AIKeyStore::removeAllProviderKeys()
