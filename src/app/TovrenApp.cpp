@@ -205,7 +205,7 @@ void removeAll(ModelContext &context)
 
 } // namespace
 
-void TovrenApp::eraseAllData()
+QCoro::Task<bool> TovrenApp::eraseAllData()
 {
     DataGeneration::advance();
     // A save already on its way must not bring back what is about to go.
@@ -235,11 +235,13 @@ void TovrenApp::eraseAllData()
     m_preferences->remove(Prefs::userProfileName.name);
     m_preferences->remove(Prefs::userProfileAvatar.name);
     m_preferences->remove(Prefs::userProfileEmail.name);
-    m_keys->removeAllProviderKeys();
     // An assistant that was reading the journal starts again from the empty one.
     if (m_mcpServer->isRunning())
         m_mcpServer->disconnectAll();
+    // The pages go now; the keys may wait behind a keyring's unlock prompt, and the caller
+    // says whether they went.
     NoticeCenter::shared().post(Notices::dataErased);
+    co_return co_await m_keys->removeAllProviderKeys();
 }
 
 void TovrenApp::saveNow()

@@ -82,8 +82,10 @@ public:
     QCoro::Task<> deferredLaunchWork();
     void postLibraryNudgeIfNeeded();
 
-    // Removes everything Tovren keeps of the user's except generated reviews and settings.
-    void eraseAllData();
+    // Removes everything Tovren keeps of the user's except generated reviews and settings. The
+    // store is emptied before the first suspension; the result says whether every saved provider
+    // key is gone too.
+    QCoro::Task<bool> eraseAllData();
 
     // Puts on disk now what is pending: typing still waiting for its debounced save, unsaved
     // records and the preferences. Called when the application goes inactive and at the end.

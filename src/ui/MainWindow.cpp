@@ -165,7 +165,7 @@ SettingsWindow *MainWindow::settingsWindow()
                                                 AIConnector::Bridge::detect(
                                                     35468, QCoreApplication::applicationFilePath()),
                                                 loginItem()));
-    m_settings->addPane(u"Data"_s, new DataPane([this] { m_app.eraseAllData(); }));
+    m_settings->addPane(u"Data"_s, new DataPane([this] { return m_app.eraseAllData(); }));
     return m_settings;
 }
 

@@ -1,11 +1,8 @@
+#include "AITestBed.h"
 #include "FakeHttpServer.h"
-#include "TestSupport.h"
 
-#include "ai/AIKeyStore.h"
-#include "ai/HttpExchange.h"
 #include "ai/OnDeviceModel.h"
 #include "core/PreferenceKeys.h"
-#include "core/Preferences.h"
 #include "ui/Dialogs.h"
 #include "ui/settings/AIProviderPane.h"
 
@@ -15,7 +12,6 @@
 #include <QJsonArray>
 #include <QLabel>
 #include <QLineEdit>
-#include <QNetworkAccessManager>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
@@ -36,12 +32,7 @@ T *child(QWidget *parent, const QString &name)
 const QByteArray openAIReply = "{\"choices\":[{\"message\":{\"content\":\"OK\"}}]}";
 
 // One pane over its own preferences, key store and local servers.
-struct Fixture {
-    TempDataDir dir;
-    Preferences preferences{dir.configDir() + u"/preferences.json"_s};
-    MemorySecretStore secrets;
-    AIKeyStore keys{secrets, dir.configDir() + u"/ai-keys.json"_s};
-    QNetworkAccessManager network;
+struct Fixture : AITestBed {
     FakeHttpServer provider;
     FakeHttpServer ollama;
     std::unique_ptr<AIProviderPane> pane;
@@ -51,12 +42,12 @@ struct Fixture {
         preferences.setText(Prefs::aiProvider.name, storedProvider);
         ollama.answer(200, "{\"models\":[]}");
     }
-    // A probe may still be asking when a test ends; its requests end before the network
-    // manager does, as they do when Tovren closes, so no coroutine is left waiting.
+    // Held reads end while the pane and key store still live; a probe may still be asking, and
+    // its requests end before the network manager does, as they do when Tovren closes.
     ~Fixture()
     {
+        secrets.releaseAll();
         pane.reset();
-        HttpExchange::endAll(network);
     }
     void open()
     {
@@ -71,6 +62,18 @@ struct Fixture {
         return child<T>(pane.get(), name);
     }
     void click(const QString &name) { QTest::mouseClick(find<QPushButton>(name), Qt::LeftButton); }
+    void pick(const QString &raw)
+    {
+        auto *picker = find<QComboBox>(u"provider"_s);
+        picker->setCurrentIndex(picker->findData(raw));
+    }
+    // A model list fetched just now, so that opening the pane asks nothing of the provider.
+    void freshModels(const QString &raw)
+    {
+        preferences.set(Prefs::aiModelsCache(raw),
+                        QStringList{AIProviders::defaultModel(*AIProviders::fromRaw(raw))});
+        preferences.set(Prefs::aiModelsFetchedAt(raw), double(Clock::now().toSecsSinceEpoch()));
+    }
 };
 
 } // namespace
@@ -90,6 +93,9 @@ private slots:
     void modelHints_data();
     void modelHints();
     void pendingEndpoint();
+    void keyFollowsTheProvider();
+    void keyRemoval_data();
+    void keyRemoval();
     void terminalKey();
 };
 
@@ -154,13 +160,11 @@ void TestAIProviderPane::testButton()
     QFETCH(QString, expected);
     Fixture f(u"openai"_s);
     f.secrets.items.insert(u"ai-key-openai"_s, u"sk-stored"_s);
-    f.preferences.set(Prefs::aiModelsCache(u"openai"_s), QStringList{u"gpt-4o"_s});
-    f.preferences.set(Prefs::aiModelsFetchedAt(u"openai"_s),
-                      double(Clock::now().toSecsSinceEpoch()));
+    f.freshModels(u"openai"_s);
     f.provider.setHandler([&](const FakeHttpServer::Request &request) {
         if (request.path() == u"/v1/chat/completions"_s)
-            return FakeHttpServer::Response{status, body, {}, false};
-        return FakeHttpServer::Response{404, {}, {}, false};
+            return FakeHttpServer::Response{status, body};
+        return FakeHttpServer::Response{404};
     });
     f.open();
     QTRY_COMPARE(f.find<QLineEdit>(u"apiKey"_s)->text(), u"sk-stored"_s);
@@ -217,8 +221,8 @@ void TestAIProviderPane::customAddressIsDetected()
     f.provider.setHandler([](const FakeHttpServer::Request &request) {
         if (request.path() == u"/v1/models"_s)
             return FakeHttpServer::Response{
-                200, "{\"data\":[{\"id\":\"claude-local\"},{\"id\":\"another\"}]}", {}, false};
-        return FakeHttpServer::Response{404, {}, {}, false};
+                200, "{\"data\":[{\"id\":\"claude-local\"},{\"id\":\"another\"}]}"};
+        return FakeHttpServer::Response{404};
     });
     f.open();
     auto *address = f.find<QLineEdit>(u"baseURL"_s);
@@ -269,13 +273,16 @@ void TestAIProviderPane::modelHints()
 void TestAIProviderPane::pendingEndpoint()
 {
     Fixture f(u"appleFoundation"_s);
-    f.provider.answer(404, {});
+    f.provider.setHandler([](const FakeHttpServer::Request &request) {
+        if (request.path() == u"/v1/models"_s)
+            return FakeHttpServer::Response{200, "{\"data\":[{\"id\":\"x\",\"type\":\"model\"}]}"};
+        return FakeHttpServer::Response{404};
+    });
     f.open();
     auto *block = f.find<QGroupBox>(u"pendingEndpoint"_s);
     QVERIFY(!block->isVisible());
 
-    const QUrl asked(u"https://llm.corp.example/v1"_s);
-    f.pane->setPendingEndpoint(asked);
+    f.pane->setPendingEndpoint(PendingEndpoint{QUrl(u"https://llm.corp.example/v1"_s), {}});
     QVERIFY(block->isVisible());
     QCOMPARE(f.find<QLabel>(u"pendingEndpointTitle"_s)->text(),
              u"An app asked to connect Tovren to llm.corp.example"_s);
@@ -285,15 +292,97 @@ void TestAIProviderPane::pendingEndpoint()
     QVERIFY(!block->isVisible());
     QCOMPARE(f.preferences.value(Prefs::aiProvider), u"appleFoundation"_s);
 
+    // Approving stores the address and the model, then reloads and detects the format.
     const QUrl local = f.provider.url(u"/v1"_s);
-    f.pane->setPendingEndpoint(local);
+    f.pane->setPendingEndpoint(PendingEndpoint{local, u"local-model"_s});
     QSignalSpy approved(f.pane.get(), &AIProviderPane::pendingEndpointApproved);
     f.click(u"approveEndpoint"_s);
     QCOMPARE(approved.size(), 1);
-    QCOMPARE(approved.first().first().toUrl(), local);
     QCOMPARE(f.preferences.value(Prefs::aiProvider), u"custom"_s);
+    QCOMPARE(f.preferences.value(Prefs::aiBaseUrlCustom), std::optional(local.toString()));
+    QCOMPARE(f.preferences.value(Prefs::aiModel(u"custom"_s)), std::optional(u"local-model"_s));
+    QTRY_COMPARE(f.find<QLabel>(u"detectedFormat"_s)->text(),
+                 u"Connected. Using the Anthropic format."_s);
+    QCOMPARE(f.preferences.value(Prefs::aiWireFormatCustom), std::optional(u"anthropic"_s));
     QCOMPARE(f.find<QLineEdit>(u"baseURL"_s)->text(), local.toString());
-    QTRY_VERIFY(!f.provider.requests().isEmpty());
+    QCOMPARE(f.find<QComboBox>(u"model"_s)->currentText(), u"local-model"_s);
+    QCOMPARE(f.find<QLabel>(u"endpointDescription"_s)->text(),
+             u"Your prompts go to 127.0.0.1, and nowhere else."_s);
+}
+
+// A slow keyring (an unlock prompt) must never leave one provider's key where another's is
+// saved or sent from.
+void TestAIProviderPane::keyFollowsTheProvider()
+{
+    Fixture f(u"claude"_s);
+    f.secrets.items.insert(u"ai-key-claude"_s, u"sk-ant-claude"_s);
+    f.freshModels(u"claude"_s);
+    f.freshModels(u"openai"_s);
+    f.provider.answer(200, openAIReply);
+    f.open();
+    auto *key = f.find<QLineEdit>(u"apiKey"_s);
+    QTRY_COMPARE(key->text(), u"sk-ant-claude"_s);
+
+    f.secrets.holdReads = true;
+    f.pick(u"openai"_s);
+    QCOMPARE(key->text(), QString());
+    QVERIFY(!f.find<QPushButton>(u"save"_s)->isEnabled());
+    QVERIFY(!f.find<QPushButton>(u"test"_s)->isEnabled());
+    f.click(u"test"_s);
+    // Back and forth before any read ends: the reads that end late belong to earlier picks.
+    f.pick(u"claude"_s);
+    f.pick(u"openai"_s);
+    QCOMPARE(f.secrets.heldReads(u"ai-key-openai"_s), 2);
+    f.secrets.holdReads = false;
+    f.secrets.release(u"ai-key-openai"_s);
+    f.secrets.release(u"ai-key-claude"_s);
+    QCOMPARE(key->text(), QString());
+    QVERIFY(f.find<QPushButton>(u"test"_s)->isEnabled());
+
+    // OpenAI has no key: Test asks first, and without a key sends nothing anywhere.
+    QVERIFY(Dialogs::takeAskedQuestions().isEmpty());
+    Dialogs::queueAnswers({true});
+    f.click(u"test"_s);
+    QCOMPARE(Dialogs::takeAskedQuestions().size(), 1);
+    QTRY_COMPARE(f.find<QLabel>(u"testResult"_s)->text(),
+                 u"No API key configured. Add one in Settings → AI Provider."_s);
+    QVERIFY(!f.secrets.items.contains(u"ai-key-openai"_s));
+    for (const auto &request : f.provider.requests())
+        QVERIFY(!request.headers.values().join().contains("sk-ant") &&
+                !request.target.contains("sk-ant"));
+}
+
+void TestAIProviderPane::keyRemoval_data()
+{
+    QTest::addColumn<QString>("button");
+    QTest::addColumn<bool>("refused");
+    QTest::newRow("emptied field, saved") << u"save"_s << false;
+    QTest::newRow("emptied field, keyring refuses") << u"save"_s << true;
+    QTest::newRow("Remove Key") << u"removeKey"_s << false;
+    QTest::newRow("Remove Key, keyring refuses") << u"removeKey"_s << true;
+}
+
+void TestAIProviderPane::keyRemoval()
+{
+    QFETCH(QString, button);
+    QFETCH(bool, refused);
+    Fixture f(u"openai"_s);
+    f.secrets.items.insert(u"ai-key-openai"_s, u"sk-stored"_s);
+    f.freshModels(u"openai"_s);
+    f.open();
+    auto *key = f.find<QLineEdit>(u"apiKey"_s);
+    QTRY_COMPARE(key->text(), u"sk-stored"_s);
+    f.secrets.refuses = refused;
+    key->clear();
+    QSignalSpy settled(f.pane.get(), &AIProviderPane::settled);
+    f.click(button);
+    QTRY_COMPARE(settled.size(), 1);
+    QCOMPARE(f.secrets.items.contains(u"ai-key-openai"_s), refused);
+    QCOMPARE(f.find<QLabel>(u"savedNote"_s)->text(), refused ? QString() : u"Key removed"_s);
+    QCOMPARE(f.find<QLabel>(u"testResult"_s)->text(),
+             refused ? u"The key couldn't be removed because the keyring refused. It is still "
+                       u"saved. Unlock your keyring and try again."_s
+                     : QString());
 }
 
 void TestAIProviderPane::terminalKey()

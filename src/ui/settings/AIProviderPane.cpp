@@ -187,28 +187,28 @@ AIProviderPane::AIProviderPane(AIContext context, QWidget *parent)
     });
     connect(m_reload, &QToolButton::clicked, this, [this] { start(refreshModels(true)); });
     connect(m_save, &QPushButton::clicked, this, [this] {
-        if (consentGiven())
+        if (m_keyLoaded && consentGiven())
             start(saveCurrent());
     });
-    connect(m_removeKey, &QPushButton::clicked, this, [this] { start(removeCurrent()); });
+    connect(m_removeKey, &QPushButton::clicked, this, [this] {
+        if (m_keyLoaded)
+            start(removeCurrent());
+    });
     connect(m_test, &QPushButton::clicked, this, [this] {
-        if (consentGiven())
+        if (m_keyLoaded && consentGiven())
             start(runTest());
     });
     connect(approve, &QPushButton::clicked, this, [this] {
         if (!m_pendingEndpoint)
             return;
-        const QUrl endpoint = *m_pendingEndpoint;
+        const PendingEndpoint endpoint = *m_pendingEndpoint;
         setPendingEndpoint(std::nullopt);
-        m_provider->setCurrentIndex(m_provider->findData(u"custom"_s));
-        m_address->setText(endpoint.toString());
-        emit pendingEndpointApproved(endpoint);
-        start(detectAndRefresh());
+        start(approvePending(endpoint));
     });
     connect(decline, &QPushButton::clicked, this, [this] {
         if (!m_pendingEndpoint)
             return;
-        const QUrl endpoint = *m_pendingEndpoint;
+        const QUrl endpoint = m_pendingEndpoint->baseUrl;
         setPendingEndpoint(std::nullopt);
         emit pendingEndpointDeclined(endpoint);
     });
@@ -217,26 +217,38 @@ AIProviderPane::AIProviderPane(AIContext context, QWidget *parent)
     start(loadForCurrentProvider());
 }
 
-void AIProviderPane::setPendingEndpoint(std::optional<QUrl> endpoint)
+void AIProviderPane::setPendingEndpoint(std::optional<PendingEndpoint> endpoint)
 {
     m_pendingEndpoint = std::move(endpoint);
-    if (m_pendingEndpoint) {
-        const QString host = m_pendingEndpoint->host().isEmpty() ? m_pendingEndpoint->toString()
-                                                                 : m_pendingEndpoint->host();
-        m_pendingTitle->setText(u"An app asked to connect Tovren to "_s + host);
-    }
+    if (m_pendingEndpoint)
+        m_pendingTitle->setText(u"An app asked to connect Tovren to "_s +
+                                m_pendingEndpoint->shownHost());
     m_pending->setVisible(m_pendingEndpoint.has_value());
+}
+
+QCoro::Task<> AIProviderPane::approvePending(PendingEndpoint endpoint)
+{
+    QPointer<AIProviderPane> self(this);
+    endpoint.approve(m_context.preferences);
+    {
+        // The provider is stored already; the picker only follows.
+        const QSignalBlocker blocker(m_provider);
+        m_provider->setCurrentIndex(
+            m_provider->findData(AIProviders::rawValue(AIProvider::custom)));
+    }
+    m_testResult->clear();
+    updateRows();
+    emit pendingEndpointApproved(endpoint.baseUrl);
+    const int generation = m_loadGeneration + 1;
+    co_await loadForCurrentProvider(false);
+    if (self && generation == m_loadGeneration)
+        co_await detectAndRefresh();
 }
 
 AIProvider AIProviderPane::provider() const
 {
     return AIProviders::fromRaw(m_provider->currentData().toString())
         .value_or(AIProvider::appleFoundation);
-}
-
-void AIProviderPane::start(QCoro::Task<> &&task)
-{
-    QCoro::connect(std::move(task), this, [this] { emit settled(); });
 }
 
 void AIProviderPane::providerPicked()
@@ -271,6 +283,14 @@ void AIProviderPane::updateRows()
     m_keyFallback->setText(m_context.keys.fallbackNotice());
     m_form->setRowVisible(m_keyFallback, !m_keyFallback->text().isEmpty());
     updateModelHint();
+}
+
+void AIProviderPane::updateActions()
+{
+    m_key->setEnabled(m_keyLoaded);
+    m_removeKey->setEnabled(m_keyLoaded);
+    m_save->setEnabled(m_keyLoaded);
+    m_test->setEnabled(m_keyLoaded && !m_isTesting);
 }
 
 void AIProviderPane::updateModelHint()
@@ -335,7 +355,7 @@ bool AIProviderPane::consentGiven()
     return true;
 }
 
-QCoro::Task<> AIProviderPane::loadForCurrentProvider()
+QCoro::Task<> AIProviderPane::loadForCurrentProvider(bool refreshStaleModels)
 {
     QPointer<AIProviderPane> self(this);
     const int generation = ++m_loadGeneration;
@@ -344,18 +364,27 @@ QCoro::Task<> AIProviderPane::loadForCurrentProvider()
     m_address->setText(preferences.value(Prefs::aiBaseUrlCustom).value_or(QString()));
     m_model->setCurrentText(AIProviders::model(preferences, current));
     m_modelHint->setProperty("nothingNew", false);
+    // Nothing of the provider shown before may stay in the field: saved or tested now, it would
+    // go to this provider as its key.
+    m_key->clear();
+    m_hasStoredKey = false;
+    m_keyLoaded = current == AIProvider::appleFoundation;
+    updateActions();
 
     if (current == AIProvider::appleFoundation) {
         m_onDeviceStatus->setText(u"Looking for the model server on this computer…"_s);
-        m_key->clear();
-        m_hasStoredKey = false;
         const OnDeviceModel::State state =
             co_await OnDeviceModel::current(m_context.network, m_context.onDeviceServer);
         if (!self || generation != m_loadGeneration)
             co_return;
         showModels(state.models);
-        if (m_model->currentText().isEmpty() && !state.models.isEmpty())
-            m_model->setCurrentText(state.models.first());
+        if (m_model->currentText().isEmpty() && !state.models.isEmpty()) {
+            const std::optional<QString> chat = co_await OnDeviceModel::firstChatModel(
+                m_context.network, m_context.onDeviceServer, state.models);
+            if (!self || generation != m_loadGeneration)
+                co_return;
+            m_model->setCurrentText(chat.value_or(QString()));
+        }
         m_onDeviceStatus->setText(state.status == AppleModelStatus::available
                                       ? u"The on-device model is ready."_s
                                       : OnDeviceModel::statusText(state.status));
@@ -366,12 +395,15 @@ QCoro::Task<> AIProviderPane::loadForCurrentProvider()
     showModels(AIModelCatalog::cached(preferences, current));
     const std::optional<QString> key =
         co_await m_context.keys.read(AIProviders::keyAccount(current));
+    // A read that ends after another switch belongs to the provider shown before.
     if (!self || generation != m_loadGeneration)
         co_return;
     m_hasStoredKey = key.has_value() && !key->isEmpty();
     m_key->setText(key.value_or(QString()));
+    m_keyLoaded = true;
+    updateActions();
     updateRows();
-    if (AIModelCatalog::isStale(preferences, current, Clock::now()) &&
+    if (refreshStaleModels && AIModelCatalog::isStale(preferences, current, Clock::now()) &&
         AIModelCatalog::canLoadModels(preferences, current, m_key->text()))
         co_await refreshModels(false);
 }
@@ -431,23 +463,28 @@ QCoro::Task<> AIProviderPane::detectAndRefresh()
     co_await refreshModels(false);
 }
 
-QCoro::Task<> AIProviderPane::saveCurrent()
+QCoro::Task<bool> AIProviderPane::saveCurrent()
 {
     QPointer<AIProviderPane> self(this);
+    const int generation = m_loadGeneration;
     const AIProvider current = provider();
     const QString raw = AIProviders::rawValue(current);
     Preferences &preferences = m_context.preferences;
     const QString key = m_key->text().trimmed();
     const QString model = m_model->currentText().trimmed();
+    const bool hadKey = m_hasStoredKey;
     bool kept = true;
-    if (AIProviders::isRemote(current)) {
-        if (!key.isEmpty())
-            kept = co_await m_context.keys.write(key, AIProviders::keyAccount(current));
-        else if (current == AIProvider::custom)
-            co_await m_context.keys.remove(AIProviders::keyAccount(current));
+    if (AIProviders::isRemote(current) && !key.isEmpty()) {
+        kept = co_await m_context.keys.write(key, AIProviders::keyAccount(current));
         if (!self)
-            co_return;
-        m_hasStoredKey = kept && !key.isEmpty();
+            co_return false;
+        if (kept && generation == m_loadGeneration)
+            m_hasStoredKey = true;
+    } else if (AIProviders::isRemote(current)) {
+        // An emptied field is how a key is taken back.
+        kept = co_await removeKey(current);
+        if (!self || !kept)
+            co_return false;
     }
     if (current == AIProvider::custom) {
         if (const auto base = AIProviders::normalizedBase(m_address->text()))
@@ -457,22 +494,40 @@ QCoro::Task<> AIProviderPane::saveCurrent()
     }
     preferences.set(Prefs::aiModel(raw), model);
     updateRows();
-    if (kept) {
-        flash(u"Saved"_s);
-    } else {
+    if (!kept) {
         m_testResult->setText(u"The key couldn't be saved because the keyring refused it. Unlock "
                               u"your keyring and save again."_s);
+        co_return false;
     }
+    flash(key.isEmpty() && hadKey ? u"Key removed"_s : u"Saved"_s);
+    co_return true;
+}
+
+QCoro::Task<bool> AIProviderPane::removeKey(AIProvider provider)
+{
+    QPointer<AIProviderPane> self(this);
+    const int generation = m_loadGeneration;
+    const bool removed = co_await m_context.keys.remove(AIProviders::keyAccount(provider));
+    if (!self)
+        co_return removed;
+    if (!removed) {
+        m_testResult->setText(u"The key couldn't be removed because the keyring refused. It is "
+                              u"still saved. Unlock your keyring and try again."_s);
+        co_return false;
+    }
+    if (generation == m_loadGeneration) {
+        m_hasStoredKey = false;
+        m_key->clear();
+    }
+    co_return true;
 }
 
 QCoro::Task<> AIProviderPane::removeCurrent()
 {
     QPointer<AIProviderPane> self(this);
-    co_await m_context.keys.remove(AIProviders::keyAccount(provider()));
-    if (!self)
+    const bool removed = co_await removeKey(provider());
+    if (!self || !removed)
         co_return;
-    m_hasStoredKey = false;
-    m_key->clear();
     updateRows();
     flash(u"Key removed"_s);
 }
@@ -483,11 +538,20 @@ QCoro::Task<> AIProviderPane::runTest()
         co_return;
     QPointer<AIProviderPane> self(this);
     m_isTesting = true;
-    m_test->setEnabled(false);
+    updateActions();
     m_testResult->setText(u"Testing…"_s);
-    co_await saveCurrent();
+    const int generation = m_loadGeneration;
+    const bool saved = co_await saveCurrent();
     if (!self)
         co_return;
+    // Another provider picked meanwhile hasn't been agreed to; and a refused key says so already.
+    if (!saved || generation != m_loadGeneration) {
+        m_isTesting = false;
+        updateActions();
+        if (saved)
+            m_testResult->clear();
+        co_return;
+    }
     QString result;
     try {
         const std::unique_ptr<AIClient> client = co_await TovrenAI::current(m_context);
@@ -499,6 +563,6 @@ QCoro::Task<> AIProviderPane::runTest()
     if (!self)
         co_return;
     m_isTesting = false;
-    m_test->setEnabled(true);
+    updateActions();
     m_testResult->setText(result);
 }

@@ -2,6 +2,7 @@
 
 #include "ai/AIContext.h"
 #include "ai/AIProvider.h"
+#include "ai/PendingEndpoint.h"
 
 #include <QStringList>
 #include <QUrl>
@@ -28,7 +29,7 @@ public:
     explicit AIProviderPane(AIContext context, QWidget *parent = nullptr);
 
     // An address an assistant asked Tovren to use; nothing hides the request.
-    void setPendingEndpoint(std::optional<QUrl> endpoint);
+    void setPendingEndpoint(std::optional<PendingEndpoint> endpoint);
 
 signals:
     void pendingEndpointApproved(const QUrl &endpoint);
@@ -40,27 +41,38 @@ private:
     AIProvider provider() const;
     void providerPicked();
     void updateRows();
+    // Save, Test and the key field wait until the current provider's key has been read.
+    void updateActions();
     void updateModelHint();
     void showModels(const QStringList &models);
     void flash(const QString &text);
     // Asks before the first key of a remote provider is saved; false when the user declined.
     bool consentGiven();
-    void start(QCoro::Task<> &&task);
+    template<class T>
+    void start(QCoro::Task<T> &&task)
+    {
+        QCoro::connect(std::move(task), this, [this](auto &&...) { emit settled(); });
+    }
 
-    QCoro::Task<> loadForCurrentProvider();
+    QCoro::Task<> loadForCurrentProvider(bool refreshStaleModels = true);
+    QCoro::Task<> approvePending(PendingEndpoint endpoint);
     QCoro::Task<> refreshModels(bool announceNothingNew);
     QCoro::Task<> detectAndRefresh();
-    QCoro::Task<> saveCurrent();
+    // False when the keyring refused the key or its removal; the pane has said so.
+    QCoro::Task<bool> saveCurrent();
     QCoro::Task<> removeCurrent();
+    // Takes the stored key away and says whether it went.
+    QCoro::Task<bool> removeKey(AIProvider provider);
     QCoro::Task<> runTest();
 
     AIContext m_context;
     int m_loadGeneration = 0;
+    bool m_keyLoaded = false;
     bool m_hasStoredKey = false;
     bool m_isFetchingModels = false;
     bool m_isDetecting = false;
     bool m_isTesting = false;
-    std::optional<QUrl> m_pendingEndpoint;
+    std::optional<PendingEndpoint> m_pendingEndpoint;
 
     QFormLayout *m_form = nullptr;
     QComboBox *m_provider = nullptr;

@@ -10,7 +10,7 @@
 
 using namespace Qt::StringLiterals;
 
-DataPane::DataPane(std::function<void()> eraseAllData, QWidget *parent)
+DataPane::DataPane(Erase eraseAllData, QWidget *parent)
     : QWidget(parent)
     , m_eraseAllData(std::move(eraseAllData))
 {
@@ -18,9 +18,9 @@ DataPane::DataPane(std::function<void()> eraseAllData, QWidget *parent)
     QVBoxLayout *column = SettingsUi::paneColumn(this);
     column->addWidget(SettingsUi::sectionHeading(u"Erase"_s, this));
     auto *row = new QHBoxLayout;
-    auto *erase = new QPushButton(u"Erase All Data…"_s, this);
-    erase->setObjectName(u"eraseAllData"_s);
-    row->addWidget(erase);
+    m_erase = new QPushButton(u"Erase All Data…"_s, this);
+    m_erase->setObjectName(u"eraseAllData"_s);
+    row->addWidget(m_erase);
     row->addStretch();
     column->addLayout(row);
     column->addWidget(SettingsUi::hint(footer, this));
@@ -29,14 +29,19 @@ DataPane::DataPane(std::function<void()> eraseAllData, QWidget *parent)
     m_done->hide();
     column->addWidget(m_done);
     column->addStretch();
-    connect(erase, &QPushButton::clicked, this, &DataPane::eraseWithConfirmation);
+    connect(m_erase, &QPushButton::clicked, this, &DataPane::eraseWithConfirmation);
 }
 
 void DataPane::eraseWithConfirmation()
 {
     if (!Dialogs::confirm(this, {confirmTitle, confirmText, u"Erase"_s, u"Cancel"_s, true}))
         return;
-    m_eraseAllData();
-    m_done->setText(u"Everything was erased. Tovren starts again from an empty journal."_s);
+    m_erase->setEnabled(false);
+    m_done->setText(u"Erasing…"_s);
     m_done->show();
+    QCoro::connect(m_eraseAllData(), this, [this](bool keysRemoved) {
+        m_erase->setEnabled(true);
+        m_done->setText(keysRemoved ? doneText : keysLeftText);
+        emit finished();
+    });
 }
