@@ -5,6 +5,7 @@
 // TOVREN_KILL_CYCLES sets the number of kills (25 by default; scripts/reliability runs 1,000)
 // and TOVREN_KILL_SEED repeats a run.
 #include "LineClient.h"
+#include "Reliability.h"
 #include "TovrenProcess.h"
 
 #include "core/records/DailyEntry.h"
@@ -63,7 +64,7 @@ private slots:
         int sentTotal = 0;
         int killedMidRequest = 0;
         for (int cycle = 0; cycle < cycles; ++cycle) {
-            const quint16 port = quietPort();
+            const quint16 port = TovrenProcess::freePort();
             QVERIFY(tovren.start({u"--headless"_s}, port));
             QVERIFY2(tovren.waitUntilListening(port), "tovren --headless did not start listening");
 
@@ -75,12 +76,12 @@ private slots:
                 const int number = sentTotal++;
                 const QDate day = firstDay.addDays(number);
                 const QString content = entryText(number, random);
-                const QByteArray line =
-                    toolCall(QByteArray::number(number), "add_journal_entry",
-                             {{u"content"_s, content}, {u"date"_s, day.toString(Qt::ISODate)}});
+                const QByteArray line = Line::call(
+                    QByteArray::number(number), "add_journal_entry",
+                    QJsonObject{{u"content"_s, content}, {u"date"_s, day.toString(Qt::ISODate)}});
                 if (i < settled) {
                     const std::optional<QJsonObject> answer = client.call(line, 30000);
-                    QVERIFY2(answer && succeeded(*answer), "an add was not acknowledged");
+                    QVERIFY2(answer && Line::succeeded(*answer), "an add was not acknowledged");
                     acknowledged.append({day, content});
                     continue;
                 }
@@ -89,7 +90,7 @@ private slots:
                 ::kill(pid_t(tovren.process().processId()), SIGKILL);
                 // An answer that made it out before the kill is a promise like any other.
                 if (const std::optional<QByteArray> answer = client.readLine(2000)) {
-                    if (succeeded(QJsonDocument::fromJson(*answer).object()))
+                    if (Line::succeeded(QJsonDocument::fromJson(*answer).object()))
                         acknowledged.append({day, content});
                 } else {
                     ++killedMidRequest;

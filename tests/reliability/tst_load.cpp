@@ -9,6 +9,7 @@
 // client threads and the other tests ctest runs beside it, so 100 ms would fail on scheduling
 // alone; 2 s still catches a handler that blocks the loop or a cost that grows with the load.
 #include "LineClient.h"
+#include "Reliability.h"
 #include "TovrenProcess.h"
 
 #include <QDate>
@@ -43,11 +44,11 @@ QByteArray requestFor(int connection, int number)
     case 0:
     case 1:
     case 2:
-        return toolCall(id, "get_entries", {});
+        return Line::call(id, "get_entries");
     case 3:
-        return toolCall(id, "get_entries",
-                        {{u"from"_s, today.addYears(-1).toString(Qt::ISODate)},
-                         {u"to"_s, today.toString(Qt::ISODate)}});
+        return Line::call(id, "get_entries",
+                          QJsonObject{{u"from"_s, today.addYears(-1).toString(Qt::ISODate)},
+                                      {u"to"_s, today.toString(Qt::ISODate)}});
     case 4:
     case 5:
         return "{\"jsonrpc\":\"2.0\",\"id\":" + id + ",\"method\":\"tools/list\"}";
@@ -55,15 +56,16 @@ QByteArray requestFor(int connection, int number)
         return "{\"jsonrpc\":\"2.0\",\"id\":" + id +
                ",\"method\":\"initialize\",\"params\":{\"protocolVersion\":\"2024-11-05\"}}";
     case 7:
-        return toolCall(id, "get_journal_template", {});
+        return Line::call(id, "get_journal_template");
     case 8:
         if (number % 100 == 8)
-            return toolCall(id, "add_journal_entry",
-                            {{u"content"_s, u"load c%1 n%2 #load"_s.arg(connection).arg(number)},
-                             {u"date"_s, today.addDays(-(number % 30)).toString(Qt::ISODate)}});
+            return Line::call(
+                id, "add_journal_entry",
+                QJsonObject{{u"content"_s, u"load c%1 n%2 #load"_s.arg(connection).arg(number)},
+                            {u"date"_s, today.addDays(-(number % 30)).toString(Qt::ISODate)}});
         [[fallthrough]];
     default:
-        return toolCall(id, "get_entries", {{u"limit"_s, 3}});
+        return Line::call(id, "get_entries", QJsonObject{{u"limit"_s, 3}});
     }
 }
 
@@ -129,7 +131,7 @@ private slots:
         TovrenProcess tovren(dir);
         QVERIFY(tovren.writePreferences("{\"mcpServerEnabled\": true}"));
         qputenv("TOVREN_REPORT_STALLS", "1");
-        const quint16 port = quietPort();
+        const quint16 port = TovrenProcess::freePort();
         QVERIFY(tovren.start({u"--headless"_s}, port));
         qunsetenv("TOVREN_REPORT_STALLS");
         QVERIFY(tovren.waitUntilListening(port));
@@ -138,12 +140,13 @@ private slots:
         {
             LineClient writer(port);
             for (int day = 0; day < 30; ++day) {
-                const auto answer = writer.call(toolCall(
+                const auto answer = writer.call(Line::call(
                     QByteArray::number(day), "add_journal_entry",
-                    {{u"content"_s, QString(u"Seeded page %1 #seed with @Ann Lee. "_s.arg(day) +
-                                            QString(1200, u'x'))},
-                     {u"date"_s, QDate::currentDate().addDays(-day).toString(Qt::ISODate)}}));
-                QVERIFY(answer && succeeded(*answer));
+                    QJsonObject{
+                        {u"content"_s, QString(u"Seeded page %1 #seed with @Ann Lee. "_s.arg(day) +
+                                               QString(1200, u'x'))},
+                        {u"date"_s, QDate::currentDate().addDays(-day).toString(Qt::ISODate)}}));
+                QVERIFY(answer && Line::succeeded(*answer));
             }
         }
 

@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QByteArrayList>
 #include <QHostAddress>
+#include <QJsonDocument>
 #include <QJsonObject>
 
 #include <optional>
