@@ -94,16 +94,6 @@ private slots:
         qunsetenv("TOVREN_MCP_PORT");
     }
 
-    void panesInOrder()
-    {
-        SettingsWindow *settings = m_window->settingsWindow();
-        for (const QString &title :
-             {u"General"_s, u"Journal"_s, u"Connections"_s, u"Assistant"_s, u"Data"_s})
-            QVERIFY2(settings->pane(title), qPrintable(title));
-        QVERIFY(settings->showPane(u"Data"_s));
-        QVERIFY(!settings->showPane(u"Nothing"_s));
-    }
-
     void consent_data()
     {
         QTest::addColumn<bool>("answer");
@@ -131,7 +121,6 @@ private slots:
         QCOMPARE(asked.first().title, u"Let your assistant use Tovren?"_s);
         QCOMPARE(asked.first().text, MCPConnectorSection::consentText);
         QCOMPARE(asked.first().acceptLabel, u"Enable"_s);
-        QCOMPARE(asked.first().cancelLabel, u"Cancel"_s);
 
         QCOMPARE(m_app->preferences().value(Prefs::mcpServerEnabled), answer);
         QCOMPARE(toggle->isChecked(), answer);
@@ -143,8 +132,8 @@ private slots:
         QTcpSocket socket;
         socket.connectToHost(QHostAddress::LocalHost, m_app->mcpServer().serverPort());
         QVERIFY(socket.waitForConnected(2000));
-        auto *status = child<QLabel>(section, u"listenerStatus"_s);
-        QTRY_VERIFY(status->text().endsWith(u"On, 1 app connected"_s));
+        QTRY_VERIFY(
+            child<QLabel>(section, u"listenerStatus"_s)->text().endsWith(u"On, 1 app connected"_s));
         auto *disconnect = child<QPushButton>(section, u"disconnect"_s);
         QVERIFY(!disconnect->isHidden());
         disconnect->click();
@@ -167,12 +156,10 @@ private slots:
         auto *section =
             qobject_cast<MCPConnectorSection *>(m_window->settingsWindow()->pane(u"Assistant"_s));
         auto *count = child<QLabel>(section, u"sharedCount"_s);
-        const QString before = count->text();
-        QVERIFY(before.endsWith(u" of 36"_s));
+        QVERIFY(count->text().endsWith(u" of 36"_s));
 
         MCPToolSharingSheet sheet(preferences);
         QVERIFY(!sheet.findChild<QCheckBox *>(u"share-journal"_s));
-        connect(&sheet, &MCPToolSharingSheet::sharingChanged, section, [] {});
         for (const QString &group : {u"people"_s, u"goals"_s, u"library"_s, u"setup"_s}) {
             auto *toggle = child<QCheckBox>(&sheet, u"share-"_s + group);
             if (!toggle->isChecked())
@@ -259,7 +246,6 @@ private slots:
         const QList<Dialogs::Question> asked = Dialogs::takeAskedQuestions();
         QCOMPARE(asked.size(), 1);
         QCOMPARE(asked.first().title, u"Erase everything?"_s);
-        QCOMPARE(asked.first().text, DataPane::confirmText);
         QCOMPARE(asked.first().acceptLabel, u"Erase"_s);
         QVERIFY(asked.first().destructive);
 
