@@ -23,6 +23,7 @@
 #include <QTextDocumentFragment>
 #include <QTextLayout>
 #include <QTextTable>
+#include <QToolTip>
 
 using namespace Qt::StringLiterals;
 
@@ -433,6 +434,8 @@ bool JournalTextEdit::event(QEvent *event)
 
 void JournalTextEdit::keyPressEvent(QKeyEvent *event)
 {
+    if (event->key() == Qt::Key_Control)
+        updatePointer(event->modifiers() | Qt::ControlModifier);
     if (m_popup->isOpen() && event->modifiers() == Qt::NoModifier) {
         if (m_popup->handleKey(event->key()) != CompletionList::Outcome::ignored) {
             if (!m_popup->isOpen() && m_popupKind != PopupKind::none &&
@@ -645,14 +648,44 @@ void JournalTextEdit::mousePressEvent(QMouseEvent *event)
 
 void JournalTextEdit::mouseMoveEvent(QMouseEvent *event)
 {
-    const QPoint pos = event->position().toPoint();
+    m_hover = event->position().toPoint();
+    updatePointer(event->modifiers());
+    QTextEdit::mouseMoveEvent(event);
+}
+
+// A hand where a click does something: a checkbox, a tag or mention, or a link while Ctrl is
+// held. A plain click on a link places the caret, so links stay editable.
+void JournalTextEdit::updatePointer(Qt::KeyboardModifiers modifiers)
+{
+    if (!m_hover)
+        return;
+    const QPoint pos = *m_hover;
     const bool onBox = checkboxRect(cursorForPosition(pos).block()).contains(pos);
     const auto url = onBox ? std::nullopt : linkAt(pos);
     const bool pointing =
-        onBox ||
-        (url && (EditorLink::isInternal(*url) || event->modifiers() & Qt::ControlModifier));
+        onBox || (url && (EditorLink::isInternal(*url) || modifiers & Qt::ControlModifier));
     viewport()->setCursor(pointing ? Qt::PointingHandCursor : Qt::IBeamCursor);
-    QTextEdit::mouseMoveEvent(event);
+}
+
+bool JournalTextEdit::viewportEvent(QEvent *event)
+{
+    if (event->type() == QEvent::Leave)
+        m_hover.reset();
+    if (event->type() == QEvent::ToolTip) {
+        const auto *help = static_cast<QHelpEvent *>(event);
+        if (const auto url = linkAt(help->pos()); url && !EditorLink::isInternal(*url)) {
+            QToolTip::showText(help->globalPos(), tr("Ctrl+click to open"), viewport());
+            return true;
+        }
+    }
+    return QTextEdit::viewportEvent(event);
+}
+
+void JournalTextEdit::keyReleaseEvent(QKeyEvent *event)
+{
+    if (event->key() == Qt::Key_Control)
+        updatePointer(event->modifiers() & ~Qt::ControlModifier);
+    QTextEdit::keyReleaseEvent(event);
 }
 
 int JournalTextEdit::imagePositionAt(const QPoint &viewportPos) const

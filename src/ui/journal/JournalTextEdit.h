@@ -68,6 +68,8 @@ signals:
 protected:
     bool event(QEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
+    void keyReleaseEvent(QKeyEvent *event) override;
+    bool viewportEvent(QEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
     void mouseMoveEvent(QMouseEvent *event) override;
     void contextMenuEvent(QContextMenuEvent *event) override;
@@ -98,6 +100,7 @@ private:
     void centerColumn();
     QList<EntryMarkup::MentionTarget> mentionTargets() const;
     std::optional<QUrl> linkAt(const QPoint &viewportPos) const;
+    void updatePointer(Qt::KeyboardModifiers modifiers);
     int imagePositionAt(const QPoint &viewportPos) const;
     void resizeImage(int position, std::optional<int> width);
     bool insertImageData(const QByteArray &data);
@@ -117,4 +120,6 @@ private:
     int m_changedFrom = -1;
     int m_changedTo = -1;
     QList<EntryMarkup::MentionTarget> m_people;
+    // Where the mouse rests over the page, for the pointer to follow Ctrl without a move.
+    std::optional<QPoint> m_hover;
 };
