@@ -7,6 +7,9 @@
 
 #include <QFileInfo>
 #include <QFont>
+#include <QGuiApplication>
+#include <QPainter>
+#include <QPalette>
 #include <QRegularExpression>
 #include <QTextBlock>
 #include <QTextCursor>
@@ -15,6 +18,7 @@
 #include <QTextTable>
 
 #include <algorithm>
+#include <limits>
 
 using namespace Qt::StringLiterals;
 using InlineMarkup::Span;
@@ -117,6 +121,33 @@ QTextCharFormat spanFormat(const Span &span, const QTextCharFormat &base)
     return format;
 }
 
+// What stands in for an image that can't be shown, at the size the page gives it. A size beyond
+// any screen is drawn smaller and stretched, so a hostile token costs no memory.
+QImage placeholderImage(QSize size)
+{
+    constexpr int largest = 1600;
+    size = size.boundedTo(QSize(largest, largest)).expandedTo(QSize(1, 1));
+    QImage image(size, QImage::Format_ARGB32_Premultiplied);
+    const QPalette palette = QGuiApplication::palette();
+    const QColor base = palette.color(QPalette::Base);
+    const QColor text = palette.color(QPalette::Text);
+    const auto mix = [&](double amountOfText) {
+        return QColor::fromRgbF(
+            float(base.redF() + (text.redF() - base.redF()) * amountOfText),
+            float(base.greenF() + (text.greenF() - base.greenF()) * amountOfText),
+            float(base.blueF() + (text.blueF() - base.blueF()) * amountOfText));
+    };
+    image.fill(Qt::transparent);
+    QPainter painter(&image);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(mix(0.25), 1));
+    painter.setBrush(mix(0.06));
+    painter.drawRoundedRect(QRectF(image.rect()).adjusted(0.5, 0.5, -0.5, -0.5), 6, 6);
+    painter.setPen(mix(0.55));
+    painter.drawText(image.rect(), Qt::AlignCenter | Qt::TextWordWrap, imageUnavailableText);
+    return image;
+}
+
 QTextImageFormat imageFormat(const InlineMarkup::ImageToken &token, QTextDocument *document,
                              const LoadOptions &options)
 {
@@ -135,6 +166,8 @@ QTextImageFormat imageFormat(const InlineMarkup::ImageToken &token, QTextDocumen
     } else {
         format.setProperty(ImageMissingProperty, true);
         format.setToolTip(imageUnavailableText);
+        document->addResource(QTextDocument::ImageResource, QUrl(format.name()),
+                              placeholderImage(token.size.value_or(QSize(240, 135))));
     }
     return format;
 }
@@ -176,9 +209,11 @@ public:
             addLine(std::get<Line>(block));
     }
 
+    // An empty line left before or after a table is Qt's, not one of the text's: a pasted
+    // table adds no blank lines around it.
     void finish()
     {
-        if (m_afterTable && m_whole)
+        if (m_afterTable && (m_whole || m_cursor.block().text().isEmpty()))
             markSpacer(m_cursor);
     }
 
@@ -215,7 +250,7 @@ private:
 
     void addTable(const Table &table)
     {
-        if (m_first && m_whole)
+        if (m_first && (m_whole || m_cursor.block().text().isEmpty()))
             markSpacer(m_cursor);
         m_first = false;
         const int rows = int(table.rows.size());
@@ -286,7 +321,8 @@ Span textSpan(const QString &text, const QTextCharFormat &format)
     return span;
 }
 
-QList<Span> spansOf(const QTextBlock &block, int from)
+// The runs of the characters [from, to) of a line.
+QList<Span> spansOf(const QTextBlock &block, int from, int to)
 {
     QList<Span> spans;
     for (auto it = block.begin(); !it.atEnd(); ++it) {
@@ -294,11 +330,11 @@ QList<Span> spansOf(const QTextBlock &block, int from)
         if (!fragment.isValid())
             continue;
         const int start = fragment.position() - block.position();
-        if (start + fragment.length() <= from)
+        if (start + fragment.length() <= from || start >= to)
             continue;
-        QString text = fragment.text();
-        if (start < from)
-            text = text.mid(from - start);
+        const int first = std::max(from, start);
+        QString text =
+            fragment.text().mid(first - start, std::min(to, start + fragment.length()) - first);
         const QTextCharFormat format = fragment.charFormat();
         if (format.isImageFormat()) {
             for (QChar c : std::as_const(text)) {
@@ -323,24 +359,30 @@ QList<Span> spansOf(const QTextBlock &block, int from)
     return spans;
 }
 
-Line lineOf(const QTextBlock &block)
+// The characters [from, to) of a line. A part that starts inside the line's text is body text:
+// its marker, or the start of its heading, was not taken.
+Line lineOf(const QTextBlock &block, int from, int to)
 {
     Line line;
     line.kind = lineFormatting(block);
+    const ListMarker marker = listMarker(block);
+    if (from > (isListFormatting(line.kind) ? marker.textStart() : 0)) {
+        line.kind = LineFormatting::body;
+        line.spans = spansOf(block, from, to);
+        return line;
+    }
     switch (line.kind) {
     case LineFormatting::code:
-        line.verbatim = block.text();
+        line.verbatim = block.text().left(to);
         return line;
     case LineFormatting::bullet:
     case LineFormatting::checklist:
-    case LineFormatting::numbered: {
-        const ListMarker marker = listMarker(block);
+    case LineFormatting::numbered:
         line.indent = marker.indent;
         line.number = marker.number;
         line.checked = marker.checked;
-        line.spans = spansOf(block, marker.textStart());
+        line.spans = spansOf(block, marker.textStart(), to);
         return line;
-    }
     case LineFormatting::divider:
         if (block.text().isEmpty())
             return line;
@@ -349,7 +391,7 @@ Line lineOf(const QTextBlock &block)
     default:
         break;
     }
-    line.spans = spansOf(block, 0);
+    line.spans = spansOf(block, 0, to);
     return line;
 }
 
@@ -372,22 +414,39 @@ Table tableOf(const QTextTable &table)
     return result;
 }
 
-void collectBlocks(QTextFrame *frame, QList<Block> &out)
+// Document positions, the end exclusive.
+struct Range {
+    int from = 0;
+    int to = std::numeric_limits<int>::max();
+};
+
+void collectBlocks(QTextFrame *frame, QList<Block> &out, Range range)
 {
     for (auto it = frame->begin(); !it.atEnd(); ++it) {
         if (QTextFrame *child = it.currentFrame()) {
+            if (child->lastPosition() < range.from || child->firstPosition() > range.to)
+                continue;
             if (auto *table = qobject_cast<QTextTable *>(child)) {
                 if (table->rows() > 0 && table->columns() > 0)
                     out.append(tableOf(*table));
             } else {
-                collectBlocks(child, out);
+                collectBlocks(child, out, range);
             }
             continue;
         }
         const QTextBlock block = it.currentBlock();
+        const int start = block.position();
+        const int end = start + block.length() - 1; // the line break
+        if (end < range.from || start > range.to)
+            continue;
         if (block.blockFormat().boolProperty(SpacerProperty) && block.text().isEmpty())
             continue;
-        out.append(lineOf(block));
+        // Only the break before this line was taken: the selection ends in an empty line.
+        if (start == range.to && start > range.from && end > start) {
+            out.append(Line{});
+            continue;
+        }
+        out.append(lineOf(block, std::max(range.from - start, 0), std::min(range.to, end) - start));
     }
 }
 
@@ -580,13 +639,23 @@ void loadFromMarkdown(const QString &text, QTextDocument &document, const LoadOp
 QList<Block> blocksOf(const QTextDocument &document)
 {
     QList<Block> blocks;
-    collectBlocks(document.rootFrame(), blocks);
+    collectBlocks(document.rootFrame(), blocks, {});
     return blocks;
 }
 
 QString serializeToMarkdown(const QTextDocument &document)
 {
     return MarkdownDialect::stabilized(MarkdownDialect::serialize(blocksOf(document)));
+}
+
+QString serializeSelection(const QTextCursor &selection)
+{
+    if (!selection.hasSelection() || !selection.document())
+        return QString();
+    QList<Block> blocks;
+    collectBlocks(selection.document()->rootFrame(), blocks,
+                  {selection.selectionStart(), selection.selectionEnd()});
+    return MarkdownDialect::stabilized(MarkdownDialect::serialize(blocks));
 }
 
 void insertMarkdown(QTextCursor &cursor, const QString &text, const LoadOptions &options)

@@ -39,6 +39,9 @@ inline const QString uncheckedGlyph = QStringLiteral("☐ ");
 inline const QString checkedGlyph = QStringLiteral("✓ ");
 inline const QString imageUnavailableText = QStringLiteral("Image unavailable");
 inline const QString imageUrlPrefix = QStringLiteral("tovren-image:");
+// A copy inside Tovren carries the stored text of the selection under this type, so a paste
+// restores what plain text and HTML can't say: checklists, headings, marks, tables, images.
+inline const QString markupMimeType = QStringLiteral("application/x-tovren-markup");
 
 struct MentionTarget {
     QUuid id;
@@ -54,6 +57,9 @@ struct LoadOptions {
 void loadFromMarkdown(const QString &text, QTextDocument &document,
                       const LoadOptions &options = {});
 QString serializeToMarkdown(const QTextDocument &document);
+// The stored text of the selection: a line cut at its start is body text, and a table the
+// selection touches is taken whole.
+QString serializeSelection(const QTextCursor &selection);
 // The document as the format's lines and tables, before any text is made of them.
 QList<MarkdownDialect::Block> blocksOf(const QTextDocument &document);
 

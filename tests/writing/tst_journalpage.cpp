@@ -274,16 +274,6 @@ private slots:
         QCOMPARE(m_page->text(), stored);
     }
 
-    void sameLineOnBothSidesStandsOnce()
-    {
-        storeEntry(u"a"_s);
-        m_page->load();
-        m_page->setText(u"a\nsame"_s);
-        otherWriterStores(context(), u"a\nsame"_s);
-        m_page->save();
-        QCOMPARE(storedContents(), QStringList{u"a\nsame"_s});
-    }
-
     void twoEntriesOfADayBecomeOne()
     {
         const auto first = storeEntry(u"first "_s + token(imageA));

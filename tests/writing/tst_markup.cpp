@@ -274,7 +274,8 @@ private slots:
             image.fill(Qt::red);
             return image;
         };
-        const QString text = u"{{img:"_s + imageA + u"|w=120,h=80}} {{img:"_s + imageB + u"}}"_s;
+        const QString text =
+            u"{{img:"_s + imageA + u"|w=120,h=80}} {{img:"_s + imageB + u"|w=90,h=60}}"_s;
         EntryMarkup::loadFromMarkdown(text, document, options);
         QCOMPARE(asked, (QStringList{imageA, imageB}));
 
@@ -289,6 +290,13 @@ private slots:
         QVERIFY(!document.resource(QTextDocument::ImageResource, QUrl(images[0].name())).isNull());
         QVERIFY(images[1].boolProperty(EntryMarkup::ImageMissingProperty));
         QCOMPARE(images[1].toolTip(), EntryMarkup::imageUnavailableText);
+        // A missing image is drawn, words and all, at its token's size: no broken-file icon.
+        const QImage placeholder =
+            document.resource(QTextDocument::ImageResource, QUrl(images[1].name())).value<QImage>();
+        QCOMPARE(placeholder.size(), QSize(90, 60));
+        QImage blank(74, 44, placeholder.format());
+        blank.fill(placeholder.pixel(45, 4));
+        QVERIFY(placeholder.copy(8, 8, 74, 44) != blank);
 
         // A resize in the editor is written truncated to whole points.
         QTextCursor cursor(&document);
@@ -299,7 +307,7 @@ private slots:
         resized.setHeight(50.2);
         cursor.setCharFormat(resized);
         QCOMPARE(EntryMarkup::serializeToMarkdown(document),
-                 u"{{img:"_s + imageA + u"|w=99,h=50}} {{img:"_s + imageB + u"}}"_s);
+                 u"{{img:"_s + imageA + u"|w=99,h=50}} {{img:"_s + imageB + u"|w=90,h=60}}"_s);
     }
 
     void derivedLinksAreDrawnNotStored()

@@ -123,7 +123,7 @@ void edit(QTextDocument &document, QRandomGenerator &random)
 {
     QTextCursor cursor(&document);
     cursor.setPosition(random.bounded(document.characterCount()));
-    switch (random.bounded(14)) {
+    switch (random.bounded(15)) {
     case 0:
         cursor.insertText(pieces().at(random.bounded(int(pieces().size()))));
         break;
@@ -180,6 +180,13 @@ void edit(QTextDocument &document, QRandomGenerator &random)
     case 13:
         EditingRules::toggleChecklistItem(cursor.block());
         break;
+    case 14: { // copy and paste
+        selectRandomly(cursor, random);
+        const QString copied = EntryMarkup::serializeSelection(cursor);
+        cursor.setPosition(random.bounded(document.characterCount()));
+        EntryMarkup::insertMarkdown(cursor, copied);
+        break;
+    }
     }
 }
 
@@ -248,7 +255,10 @@ private slots:
                 edit(document, random);
             const QString written = EntryMarkup::serializeToMarkdown(document);
             const QString again = roundTrip(written, {});
-            if (again != written) {
+            QTextCursor all(&document);
+            all.select(QTextCursor::Document);
+            if (again != written ||
+                (all.hasSelection() && EntryMarkup::serializeSelection(all) != written)) {
                 qWarning("start:   %s", qPrintable(shown(start)));
                 qWarning("written: %s", qPrintable(shown(written)));
                 qWarning("again:   %s", qPrintable(shown(again)));

@@ -25,6 +25,8 @@
 #include <QTextTable>
 #include <QToolTip>
 
+#include <memory>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -950,18 +952,41 @@ void JournalTextEdit::insertImage(const QImage &image)
     setTextCursor(cursor);
 }
 
+QMimeData *JournalTextEdit::createMimeDataFromSelection() const
+{
+    // Qt's own data names a fixed list of formats, which would hide ours; it gives the text and
+    // the HTML that other programs read.
+    const std::unique_ptr<QMimeData> shown(QTextEdit::createMimeDataFromSelection());
+    auto *data = new QMimeData;
+    data->setText(shown->text());
+    data->setHtml(shown->html());
+    const QTextCursor cursor = textCursor();
+    QTextCursor start(document());
+    start.setPosition(cursor.selectionStart());
+    QTextCursor end(document());
+    end.setPosition(cursor.selectionEnd());
+    // Cells copied from within one table are words, not a table.
+    const QTextTable *table = start.currentTable();
+    if (!table || end.currentTable() != table)
+        data->setData(EntryMarkup::markupMimeType,
+                      EntryMarkup::serializeSelection(cursor).toUtf8());
+    return data;
+}
+
 bool JournalTextEdit::canInsertFromMimeData(const QMimeData *source) const
 {
-    return source->hasImage() || source->hasUrls() || QTextEdit::canInsertFromMimeData(source);
+    return source->hasFormat(EntryMarkup::markupMimeType) || source->hasImage() ||
+           source->hasUrls() || QTextEdit::canInsertFromMimeData(source);
 }
 
 void JournalTextEdit::insertFromMimeData(const QMimeData *source)
 {
-    if (source->hasImage()) {
+    const bool ours = source->hasFormat(EntryMarkup::markupMimeType);
+    if (source->hasImage() && !ours) {
         insertImage(qvariant_cast<QImage>(source->imageData()));
         return;
     }
-    if (source->hasUrls()) {
+    if (source->hasUrls() && !ours) {
         QList<QString> files;
         for (const QUrl &url : source->urls()) {
             if (url.isLocalFile())
@@ -993,7 +1018,9 @@ void JournalTextEdit::insertFromMimeData(const QMimeData *source)
         return;
     }
     QString markdown;
-    if (source->hasHtml()) {
+    if (ours) {
+        markdown = QString::fromUtf8(source->data(EntryMarkup::markupMimeType));
+    } else if (source->hasHtml()) {
         QTextDocument rich;
         rich.setHtml(source->html());
         markdown = PasteNormalizer::prepareForPaste(rich);
