@@ -199,6 +199,11 @@ void MainWindow::bringToFront()
         showNormal();
     else
         show();
+    // Whoever opens the window means to write: today's page has the keys, not the first list
+    // in the focus chain, where typing would go to its type-ahead and Backspace delete a day.
+    selectTab(SidebarItem::journal);
+    if (auto *journal = qobject_cast<JournalScreen *>(screen(SidebarItem::journal)))
+        journal->focusToday();
     raise();
     activateWindow();
 }
@@ -213,9 +218,6 @@ void MainWindow::openLink(const QUrl &url)
 void MainWindow::newEntry()
 {
     bringToFront();
-    selectTab(SidebarItem::journal);
-    if (auto *journal = qobject_cast<JournalScreen *>(screen(SidebarItem::journal)))
-        journal->focusToday();
 }
 
 void MainWindow::showSettings()

@@ -35,7 +35,8 @@ public:
     static OpenAtLoginToggle::LoginItem loginItem();
 
 public slots:
-    // Shows the window on top, restoring it from minimised or closed.
+    // Shows the window on top, restoring it from minimised or closed, with today's page ready
+    // for typing.
     void bringToFront();
     // A tovren:// link from the desktop, another instance or the page itself.
     void openLink(const QUrl &url);

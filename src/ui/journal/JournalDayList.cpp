@@ -225,8 +225,8 @@ QDateTime JournalDayList::selectedDay() const
 
 void JournalDayList::keyPressEvent(QKeyEvent *event)
 {
-    if ((event->key() == Qt::Key_Delete || event->key() == Qt::Key_Backspace) &&
-        selectedDay().isValid()) {
+    // Only the deliberate key: a Backspace meant for the page must never remove a day.
+    if (event->key() == Qt::Key_Delete && selectedDay().isValid()) {
         emit deleteRequested(selectedDay());
         return;
     }
