@@ -1,7 +1,6 @@
 #include "TovrenProcess.h"
+#include "app/TovrenApp.h"
 #include "core/records/InboxItem.h"
-#include "core/records/StoreSchema.h"
-#include "core/store/ModelContainer.h"
 #include "core/store/ModelContext.h"
 #include "platform/SingleInstance.h"
 
@@ -177,9 +176,12 @@ private slots:
                  notice);
         if (dataRootIsAFile)
             return; // the inbox row went with the store in memory
-        ModelContainer container(StoreSchema::current(),
-                                 ModelContainer::Configuration::atPath(store));
-        const auto rows = container.mainContext().fetch<InboxItem>();
+        // The next window raises the alert, without a second row.
+        TovrenApp next(LaunchSteps::standard());
+        next.start();
+        const auto alert = next.firstPageDidAppear();
+        QCOMPARE(alert ? alert->text : QString(), notice);
+        const auto rows = next.mainContext().fetch<InboxItem>();
         QCOMPARE(rows.size(), 1);
         QCOMPARE(rows[0]->title, u"Database recovered"_s);
         QCOMPARE(rows[0]->body, notice);

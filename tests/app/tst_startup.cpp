@@ -306,29 +306,6 @@ private slots:
         QVERIFY(app.mcpServer().isRunning());
     }
 
-    // Without a window the notice is in the inbox at once, and the next window still raises it.
-    void windowlessLaunchPostsTheNoticeAndKeepsItForTheWindow()
-    {
-        TempDataDir dir;
-        writeFile(DataLocations::storePath(), QByteArray(5000, 'x'));
-        QString notice;
-        {
-            TovrenApp headless(LaunchSteps::standard());
-            headless.start();
-            headless.shellDidAppear();
-            notice = headless.recoveryNotice().value_or(QString());
-            QCOMPARE(headless.noticeWithoutWindow(), notice);
-            QCOMPARE(rowsTitled(headless, u"Database recovered"_s), 1);
-        }
-        TovrenApp next(LaunchSteps::standard());
-        next.start();
-        QVERIFY(!next.recoveryNotice());
-        const auto alert = next.firstPageDidAppear();
-        QVERIFY(alert);
-        QCOMPARE(alert->text, notice);
-        QCOMPARE(rowsTitled(next, u"Database recovered"_s), 1);
-    }
-
     // Each showing of the window does the appearance work again: a notice pending since, the
     // profile as it is now, the deferred work. This launch's own notice is raised once.
     void everyShowingDoesTheAppearanceWork()
