@@ -6,6 +6,7 @@
 #include "core/store/StoreError.h"
 
 #include <QFile>
+#include <QSaveFile>
 
 using namespace Qt::StringLiterals;
 
@@ -51,13 +52,12 @@ bool setAside(const QString &path, const Sidecar &before, const QString &target)
     }
     if (!before.bytes || (present && contentsOf(path) == *before.bytes))
         return present && QFile::rename(path, target);
-    QFile copy(target);
-    if (!copy.open(QIODevice::WriteOnly | QIODevice::NewOnly) ||
-        copy.write(*before.bytes) != before.bytes->size() || !copy.flush()) {
-        copy.remove();
+    // On disk before the live file goes.
+    QSaveFile copy(target);
+    if (!copy.open(QIODevice::WriteOnly) || copy.write(*before.bytes) != before.bytes->size() ||
+        !copy.commit())
         return false;
-    }
-    copy.close();
+    QFile::setPermissions(target, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     if (present)
         QFile::remove(path);
     return true;
