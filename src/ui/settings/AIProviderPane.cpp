@@ -480,7 +480,7 @@ QCoro::Task<bool> AIProviderPane::saveCurrent()
             co_return false;
         if (kept && generation == m_loadGeneration)
             m_hasStoredKey = true;
-    } else if (AIProviders::isRemote(current)) {
+    } else if (hadKey) {
         // An emptied field is how a key is taken back.
         kept = co_await removeKey(current);
         if (!self || !kept)
