@@ -20,70 +20,47 @@ using namespace BridgeTest;
 
 namespace {
 
-QByteArrayList seeds()
-{
-    return {
-        request("1", "initialize", R"({"protocolVersion":"2024-11-05","capabilities":{}})"),
-        request(QByteArray(), "notifications/initialized"),
-        request("\"list\"", "tools/list"),
-        request("null", "tools/list", "{}"),
-        call("2", "echo", R"({"text":"a #tag @Ada Lovelace","limit":10,"done":true})"),
-        call("3", "echo", R"({"nested":{"list":[1,2.5,"x",null,{"k":[]}]}})"),
-        call("4", "count"),
-        call("5", "refuse"),
-        call("6", "save_fails"),
-        call("7", "throws"),
-        call("8", "get_goals"),
-        call("9", "nope"),
-        request("10", "tools/call", R"({"name":"echo","arguments":"x"})"),
-        request("11", "tools/call", R"({"name":5})"),
-        request("12", "resources/list"),
-        QByteArray(R"({"jsonrpc":"1.0","id":-9223372036854775808,"method":"tools/list"})"),
-        QByteArray(R"({"jsonrpc":"2.0","id":1.5,"method":"tools/list"})"),
-        QByteArray(R"(  {"method":"tools/call","jsonrpc":"2.0","params":{"name":"echo"}} )"),
-    };
-}
+const QByteArrayList seeds{
+    request("1", "initialize", R"({"protocolVersion":"2024-11-05","capabilities":{}})"),
+    request(QByteArray(), "notifications/initialized"),
+    request("\"list\"", "tools/list"),
+    request("null", "tools/list", "{}"),
+    call("2", "echo", R"({"text":"a #tag @Ada Lovelace","limit":10,"done":true})"),
+    call("3", "echo", R"({"nested":{"list":[1,2.5,"x",null,{"k":[]}]}})"),
+    call("4", "count"),
+    call("5", "refuse"),
+    call("6", "save_fails"),
+    call("7", "throws"),
+    call("8", "get_goals"),
+    request("10", "tools/call", R"({"name":"echo","arguments":"x"})"),
+    request("11", "tools/call", R"({"name":5})"),
+    request("12", "resources/list"),
+    R"({"jsonrpc":"1.0","id":-9223372036854775808,"method":"tools/list"})",
+    R"({"jsonrpc":"2.0","id":1.5,"method":"tools/list"})",
+    R"(  {"method":"tools/call","jsonrpc":"2.0","params":{"name":"echo"}} )"};
 
-const QByteArrayList oddValues = {
-    "1e308",
-    "-1e309",
-    "1E400",
-    "123456789012345678901234567890",
-    "-0",
-    "0.0000000000000000000001",
-    "9223372036854775807",
-    "-9223372036854775809",
-    "\"\\ud800\"",
-    "\"\\udc00\\ud800\"",
-    "\"\\u0000\"",
-    "\"\xc0\x80\"",
-    "\"\xed\xa0\x80\"",
-    "\"\xf4\x90\x80\x80\"",
-    "\"\xff\"",
-    "\"\xe2\x82\"",
-    "[]",
-    "{}",
-    "null",
-    "true",
-    "\"tools/call\"",
-    "\"" + QByteArray(3000, 'x') + "\"",
-};
+const QByteArrayList oddValues =
+    QByteArray("1e308 -1e309 123456789012345678901234567890 -0 0.0000000000000000000001 "
+               "9223372036854775807 -9223372036854775809 \"\\ud800\" \"\\udc00\\ud800\" "
+               "\"\\u0000\" \"\xc0\x80\" \"\xed\xa0\x80\" \"\xf4\x90\x80\x80\" \"\xff\" "
+               "\"\xe2\x82\" [] {} null true \"tools/call\"")
+        .split(' ')
+    << "\"" + QByteArray(3000, 'x') + "\"";
 
 class Mutator {
 public:
     explicit Mutator(quint32 seed)
         : m_random(seed)
-        , m_seeds(seeds())
     {
     }
 
     int below(int n) { return int(m_random.bounded(quint32(n))); }
+    const QByteArray &pick(const QByteArrayList &list) { return list.at(below(int(list.size()))); }
 
     QByteArray next()
     {
-        QByteArray line = m_seeds.at(below(int(m_seeds.size())));
-        const int rounds = 1 + below(4);
-        for (int i = 0; i < rounds; ++i)
+        QByteArray line = pick(seeds);
+        for (int i = 0, rounds = 1 + below(4); i < rounds; ++i)
             mutate(line);
         return line;
     }
@@ -91,97 +68,73 @@ public:
 private:
     void mutate(QByteArray &line)
     {
-        const qsizetype size = line.size();
-        const qsizetype at = size ? below(int(size)) : 0;
-        switch (below(12)) {
-        case 0: // truncate
+        const qsizetype at = line.isEmpty() ? 0 : below(int(line.size()));
+        switch (below(9)) {
+        case 0:
             line.truncate(at);
             break;
-        case 1: // flip bits
-            for (int i = 0, n = 1 + below(8); i < n && size; ++i)
-                line[below(int(size))] ^= char(1 << below(8));
+        case 1: // flip bits, insert bytes of any value, or cut a stretch
+            if (!line.isEmpty())
+                line[at] ^= char(1 << below(8));
+            line.insert(at, QByteArray(below(3), char(below(256))));
+            line.remove(at, below(16));
             break;
-        case 2: // random bytes, any value
-            for (int i = 0, n = 1 + below(16); i < n; ++i)
-                line.insert(at, char(below(256)));
+        case 2: // splice with another seed
+            line = line.first(at) + pick(seeds).mid(below(40));
             break;
-        case 3: // delete a stretch
-            line.remove(at, below(32));
+        case 3: // an odd value where a value starts
+            if (const qsizetype colon = line.indexOf(':', at); colon >= 0)
+                line.insert(colon + 1, pick(oddValues) + ',');
             break;
-        case 4: // repeat a stretch
-            line.insert(at, line.mid(at, below(64)));
-            break;
-        case 5: // splice with another seed
-            line = line.first(at) + m_seeds.at(below(int(m_seeds.size()))).mid(below(40));
-            break;
-        case 6: { // an odd value where a value starts
-            const qsizetype colon = line.indexOf(':', at);
-            if (colon >= 0)
-                line.insert(colon + 1, oddValues.at(below(int(oddValues.size()))) + ',');
-            break;
-        }
-        case 7: { // replace the arguments or params with something deep
-            // Around the parser's own nesting limit, or well inside it.
+        case 4: { // arguments nested around the parser's own limit, or well inside it
             const int depth = below(5) == 0 ? 1015 + below(20) : below(64);
-            const bool arrays = below(2);
-            QByteArray deep;
-            for (int i = 0; i < depth; ++i)
-                deep += arrays ? "[" : "{\"a\":";
-            deep += oddValues.at(below(int(oddValues.size())));
-            for (int i = 0; i < depth; ++i)
-                deep += arrays ? "]" : "}";
-            line = call(QByteArray::number(below(100)), "echo", deep);
+            const QByteArray open = below(2) ? "[" : "{\"a\":";
+            const QByteArray close = open == "[" ? "]" : "}";
+            line = call(QByteArray::number(below(100)), "echo",
+                        open.repeated(depth) + pick(oddValues) + close.repeated(depth));
             break;
         }
-        case 8: // a quote or brace where it hurts
-            line.insert(at, "\"{}[],:\\"[below(8)]);
+        case 5: // a quote or brace where it hurts, or an overlong or surrogate sequence
+            line.insert(at, QByteArrayList{"\"", "{", "}", "[", ",", ":", "\\", "\xc0\xaf",
+                                           "\xed\xb0\x80", "\xef\xbb\xbf", QByteArray(1, '\0')}
+                                .at(below(11)));
             break;
-        case 9: // overlong and surrogate UTF-8
-            line.insert(at, QByteArrayList{"\xc0\xaf", "\xed\xb0\x80", "\xf8\x88\x80\x80\x80",
-                                           "\xef\xbb\xbf", QByteArray(1, '\0')}
-                                .at(below(5)));
-            break;
-        case 10: // a random JSON-ish value in place of the whole line
-            line = randomValue(below(6));
-            break;
-        default: // a valid line made long, now and then very long
+        case 6: // a valid line made long, now and then very long
             line = call(QByteArray::number(below(1000)), "echo",
                         "{\"text\":\"" + QByteArray(below(below(16) ? 2000 : 60000), 'y') + "\"}");
+            break;
+        default: // well-formed JSON with the request's keys holding anything
+            line = randomValue(5, true);
             break;
         }
     }
 
-    QByteArray randomValue(int depth)
+    QByteArray randomValue(int depth, bool object = false)
     {
-        switch (depth == 0 ? below(4) : below(6)) {
+        static const QByteArrayList keys{"jsonrpc", "id", "method", "params", "name", "arguments"};
+        switch (object ? 5 : below(depth == 0 ? 3 : 5)) {
         case 0:
             return QByteArray::number(qint64(m_random.generate64()));
         case 1:
-            return oddValues.at(below(int(oddValues.size())));
+            return pick(oddValues);
         case 2:
-            return "\"method\"";
-        case 3:
-            return QByteArrayList{"true", "false", "null", "-", "1.", ".5", "01"}.at(below(7));
-        case 4: {
+            return pick({"\"method\"", "\"tools/call\"", "false", "-", "1.", ".5", "01"});
+        case 3: {
             QByteArray list = "[";
             for (int i = 0, n = below(4); i < n; ++i)
                 list += (i ? "," : "") + randomValue(depth - 1);
             return list + ']';
         }
         default: {
-            static const QByteArrayList keys{"jsonrpc", "id",   "method",
-                                             "params",  "name", "arguments"};
-            QByteArray object = "{";
+            QByteArray map = "{";
             for (int i = 0, n = below(5); i < n; ++i)
-                object += (i ? ",\"" : "\"") + keys.at(below(int(keys.size()))) +
-                          "\":" + randomValue(depth - 1);
-            return object + '}';
+                map += (i ? ",\"" : "\"") + pick(keys) + "\":" + randomValue(depth - 1);
+            return map + '}';
         }
         }
     }
 
     QRandomGenerator m_random;
-    QByteArrayList m_seeds;
 };
 
 quint32 seedFromEnvironment()

@@ -39,6 +39,17 @@ private slots:
         m_port = TovrenProcess::freePort();
         QVERIFY(m_tovren->start({u"--headless"_s}, m_port));
         QVERIFY2(m_tovren->waitUntilListening(m_port), "tovren --headless never listened");
+
+        // A fortnight of long pages, so that answers take many turns of Tovren's loop.
+        LineClient writer(m_port);
+        for (int day = 0; day < 14; ++day) {
+            const auto answer = writer.call(
+                call(QByteArray::number(day), "add_journal_entry",
+                     QJsonObject{
+                         {"content"_L1, QString(20000, u'p')},
+                         {"date"_L1, QDate::currentDate().addDays(-day).toString(Qt::ISODate)}}));
+            QVERIFY(answer && Line::succeeded(*answer));
+        }
     }
 
     void assistantTalksToHeadlessTovren()
@@ -94,18 +105,6 @@ private slots:
     void halfClosedClientGetsEveryAnswer()
     {
         QFETCH(bool, throughStdio);
-        const QDate today = QDate::currentDate();
-        // A fortnight of long pages, so that the answers take many turns of Tovren's loop.
-        if (!throughStdio) {
-            LineClient writer(m_port);
-            for (int day = 0; day < 14; ++day) {
-                const auto answer = writer.call(
-                    call(QByteArray::number(day), "add_journal_entry",
-                         QJsonObject{{"content"_L1, QString(20000, u'p')},
-                                     {"date"_L1, today.addDays(-day).toString(Qt::ISODate)}}));
-                QVERIFY(answer && Line::succeeded(*answer));
-            }
-        }
         constexpr int requests = 120;
         QByteArray lines;
         for (int i = 0; i < requests; ++i) {
