@@ -21,7 +21,7 @@ namespace {
 
 // How long a cancelled connection may take to hand over its last replies before it is cut.
 constexpr int closeGraceMs = 5000;
-// Reads of one connection in one go, whatever the turn's clock says.
+// At most this many reads from one connection per wake-up, whatever the turn's clock says.
 constexpr int maxReadsPerTurn = 64;
 
 // The descriptor of each accepted connection comes straight here, so that reading, writing and
