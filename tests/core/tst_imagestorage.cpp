@@ -14,12 +14,6 @@ namespace {
 const QUuid imageId = QUuid::fromString(u"0f8e3c2a-7b4d-4e1f-9a6b-5c3d2e1f0a9b"_s);
 const QString imageRef = u"0F8E3C2A-7B4D-4E1F-9A6B-5C3D2E1F0A9B"_s;
 
-bool writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
-}
-
 void expectWarning(const QString &start)
 {
     QTest::ignoreMessage(QtWarningMsg,
@@ -107,7 +101,7 @@ private slots:
     {
         const QString images = DataLocations::imagesDir();
         QVERIFY(QDir().mkpath(QFileInfo(images).path()));
-        QVERIFY(writeFile(images, "a file where the folder should be"));
+        writeFile(images, "a file where the folder should be");
         expectWarning(u"Couldn't access the images folder: "_s);
         QCOMPARE(ImageStorage::save("bytes", imageId), std::nullopt);
 
