@@ -282,7 +282,8 @@ private slots:
 
         QSignalSpy notices(&NoticeCenter::shared(), &NoticeCenter::posted);
         const int generation = DataGeneration::current();
-        app.eraseAllData();
+        // The provider keys go as well, wherever they are kept.
+        QVERIFY(QCoro::waitFor(app.eraseAllData()));
 
         QCOMPARE(DataGeneration::current(), generation + 1);
         QCOMPARE(notices.count(), 1);
