@@ -435,6 +435,10 @@ void MCPServer::settle(Connection *connection)
         if (drained && !connection->shutDown) {
             ::shutdown(connection->fd, SHUT_WR);
             connection->shutDown = true;
+            // Its end is reported now, on the next turn; the descriptor stays open only to take
+            // in what the peer still sends, since closing on unread input would reset the
+            // connection and could destroy the answers on their way.
+            QTimer::singleShot(0, this, [this] { setSessionCount(int(m_connections.size())); });
         }
         connection->readable.setEnabled(true);
     } else if (connection->inputEnded && connection->pending.isEmpty() && drained) {

@@ -122,6 +122,13 @@ inline QJsonObject resultOf(const QByteArray &line)
     return QJsonDocument::fromJson(line).object().value("result"_L1).toObject();
 }
 
+// Sends one line and describes the line that comes back.
+inline QString ask(LineClient &client, const QByteArray &line)
+{
+    client.send(line + '\n');
+    return describe(client.readLine().value_or("(nothing)"));
+}
+
 // What came back before the answer to a probe sent now, each line described.
 inline QStringList describeUntilProbe(LineClient &client)
 {

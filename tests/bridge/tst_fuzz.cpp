@@ -245,8 +245,7 @@ private slots:
             }
         }
         LineClient probe(server.serverPort());
-        probe.send(call("\"after\"", "count") + '\n');
-        QCOMPARE(describe(probe.readLine().value_or("")), u"\"after\" result"_s);
+        QCOMPARE(ask(probe, call("\"after\"", "count")), u"\"after\" result"_s);
     }
 };
 

@@ -97,71 +97,54 @@ private slots:
     {
         QTest::addColumn<QByteArray>("line");
         QTest::addColumn<QString>("answer");
+        const auto row = [](const char *name, const QByteArray &line, const QString &answer) {
+            QTest::newRow(name) << line << answer;
+        };
+        const QString parseError = u"- error -32700 Parse error"_s;
+        const QString noName = u"1 error -32602 Missing tool name"_s;
 
-        QTest::newRow("integer id") << request("7", "tools/list") << u"7 result"_s;
-        QTest::newRow("negative id") << request("-3", "tools/list") << u"-3 result"_s;
-        QTest::newRow("largest 64-bit id")
-            << request("9223372036854775807", "tools/list") << u"9223372036854775807 result"_s;
-        QTest::newRow("whole number written as a fraction")
-            << request("2.0", "tools/list") << u"2 result"_s;
-        QTest::newRow("string id") << request("\"abc\"", "tools/list") << u"\"abc\" result"_s;
-        QTest::newRow("empty string id") << request("\"\"", "tools/list") << u"\"\" result"_s;
-        QTest::newRow("null id") << request("null", "tools/list") << u"- result"_s;
-        QTest::newRow("fraction id")
-            << request("1.5", "tools/list") << u"- error -32700 Parse error"_s;
-        QTest::newRow("id past 64 bits")
-            << request("9223372036854775808", "tools/list") << u"- error -32700 Parse error"_s;
-        QTest::newRow("array id") << request("[1]", "tools/list")
-                                  << u"- error -32700 Parse error"_s;
-        QTest::newRow("object id")
-            << request("{}", "tools/list") << u"- error -32700 Parse error"_s;
-        QTest::newRow("bool id") << request("true", "tools/list")
-                                 << u"- error -32700 Parse error"_s;
-        QTest::newRow("version is not checked")
-            << QByteArray(R"({"jsonrpc":"1.0","id":1,"method":"tools/list"})") << u"1 result"_s;
-        QTest::newRow("version missing")
-            << QByteArray(R"({"id":1,"method":"tools/list"})") << u"- error -32700 Parse error"_s;
-        QTest::newRow("version not a string")
-            << QByteArray(R"({"jsonrpc":2,"id":1,"method":"tools/list"})")
-            << u"- error -32700 Parse error"_s;
-        QTest::newRow("method missing")
-            << QByteArray(R"({"jsonrpc":"2.0","id":1})") << u"- error -32700 Parse error"_s;
-        QTest::newRow("params not an object")
-            << request("1", "tools/list", "[]") << u"- error -32700 Parse error"_s;
-        QTest::newRow("null params") << request("1", "tools/list", "null") << u"1 result"_s;
-        QTest::newRow("not an object") << QByteArray("[1,2]") << u"- error -32700 Parse error"_s;
-        QTest::newRow("invalid UTF-8")
-            << QByteArray("{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"tools/list\",\"x\":\""
-                          "\xff\xfe"
-                          "\"}")
-            << u"- error -32700 Parse error"_s;
-
-        QTest::newRow("unknown method") << request("1", "ping")
-                                        << u"1 error -32601 Method not "
-                                           "found: ping"_s;
-        QTest::newRow("other notifications are unknown methods")
-            << request(QByteArray(), "notifications/cancelled")
-            << u"- error -32601 Method not found: notifications/cancelled"_s;
-        QTest::newRow("unknown tool")
-            << call("1", "nope") << u"1 error -32601 Unknown tool: nope"_s;
-        QTest::newRow("tool names are case-sensitive")
-            << call("1", "Count") << u"1 error -32601 Unknown tool: Count"_s;
-        QTest::newRow("tool of a group that is off")
-            << call("1", "get_goals") << u"1 error -32601 Unknown tool: get_goals"_s;
-        QTest::newRow("call without params")
-            << request("1", "tools/call") << u"1 error -32602 Missing tool name"_s;
-        QTest::newRow("call with empty params")
-            << request("1", "tools/call", "{}") << u"1 error -32602 Missing tool name"_s;
-        QTest::newRow("tool name not text")
-            << request("1", "tools/call", R"({"name":5})") << u"1 error -32602 Missing tool name"_s;
-        QTest::newRow("arguments not an object run the tool without any")
-            << request("1", "tools/call", R"({"name":"echo","arguments":"x"})") << u"1 result"_s;
-        QTest::newRow("a tool's refusal")
-            << call("\"r\"", "refuse") << u"\"r\" error -32602 No day called Blursday."_s;
-        QTest::newRow("a failed save")
-            << call("1", "save_fails") << u"1 error -32603 The disk is full."_s;
-        QTest::newRow("any other failure")
-            << call("1", "throws") << u"1 error -32603 vector too long"_s;
+        row("integer id", request("7", "tools/list"), u"7 result"_s);
+        row("negative id", request("-3", "tools/list"), u"-3 result"_s);
+        row("largest 64-bit id", request("9223372036854775807", "tools/list"),
+            u"9223372036854775807 result"_s);
+        row("whole number written as a fraction", request("2.0", "tools/list"), u"2 result"_s);
+        row("string id", request("\"abc\"", "tools/list"), u"\"abc\" result"_s);
+        row("empty string id", request("\"\"", "tools/list"), u"\"\" result"_s);
+        row("null id", request("null", "tools/list"), u"- result"_s);
+        row("fraction id", request("1.5", "tools/list"), parseError);
+        row("id past 64 bits", request("9223372036854775808", "tools/list"), parseError);
+        row("array id", request("[1]", "tools/list"), parseError);
+        row("object id", request("{}", "tools/list"), parseError);
+        row("bool id", request("true", "tools/list"), parseError);
+        row("version is not checked", R"({"jsonrpc":"1.0","id":1,"method":"tools/list"})",
+            u"1 result"_s);
+        row("version missing", R"({"id":1,"method":"tools/list"})", parseError);
+        row("version not a string", R"({"jsonrpc":2,"id":1,"method":"tools/list"})", parseError);
+        row("method missing", R"({"jsonrpc":"2.0","id":1})", parseError);
+        row("params not an object", request("1", "tools/list", "[]"), parseError);
+        row("null params", request("1", "tools/list", "null"), u"1 result"_s);
+        row("not an object", "[1,2]", parseError);
+        row("invalid UTF-8",
+            "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"tools/list\",\"x\":\"\xff\xfe\"}",
+            parseError);
+        row("unknown method", request("1", "ping"), u"1 error -32601 Method not found: ping"_s);
+        row("other notifications are unknown methods",
+            request(QByteArray(), "notifications/cancelled"),
+            u"- error -32601 Method not found: notifications/cancelled"_s);
+        row("unknown tool", call("1", "nope"), u"1 error -32601 Unknown tool: nope"_s);
+        row("tool names are case-sensitive", call("1", "Count"),
+            u"1 error -32601 Unknown tool: Count"_s);
+        row("tool of a group that is off", call("1", "get_goals"),
+            u"1 error -32601 Unknown tool: get_goals"_s);
+        row("call without params", request("1", "tools/call"), noName);
+        row("call with empty params", request("1", "tools/call", "{}"), noName);
+        row("tool name not text", request("1", "tools/call", R"({"name":5})"), noName);
+        row("arguments not an object run the tool without any",
+            request("1", "tools/call", R"({"name":"echo","arguments":"x"})"), u"1 result"_s);
+        row("a tool's refusal", call("\"r\"", "refuse"),
+            u"\"r\" error -32602 No day called Blursday."_s);
+        row("a failed save", call("1", "save_fails"), u"1 error -32603 The disk is full."_s);
+        row("any other failure", call("1", "throws"), u"1 error -32603 vector too long"_s);
     }
     void idsAndDispatch()
     {
@@ -201,19 +184,14 @@ private slots:
         };
 
         QVERIFY(!listed());
-        client.send(call("1", "get_goals") + '\n');
-        QCOMPARE(describe(client.readLine().value_or("")),
-                 u"1 error -32601 Unknown tool: get_goals"_s);
+        QCOMPARE(ask(client, call("1", "get_goals")), u"1 error -32601 Unknown tool: get_goals"_s);
 
         MCPToolGroup::setEnabled(MCPToolGroup::Group::goals, true, m_journal->preferences);
         QVERIFY(listed());
-        client.send(call("2", "get_goals") + '\n');
-        QCOMPARE(describe(client.readLine().value_or("")), u"2 result"_s);
+        QCOMPARE(ask(client, call("2", "get_goals")), u"2 result"_s);
 
         MCPToolGroup::setEnabled(MCPToolGroup::Group::goals, false, m_journal->preferences);
-        client.send(call("3", "get_goals") + '\n');
-        QCOMPARE(describe(client.readLine().value_or("")),
-                 u"3 error -32601 Unknown tool: get_goals"_s);
+        QCOMPARE(ask(client, call("3", "get_goals")), u"3 error -32601 Unknown tool: get_goals"_s);
         QCOMPARE(m_journal->calls, 1);
     }
 
@@ -316,8 +294,7 @@ private slots:
         // The listener carries on for everyone else.
         LineClient client(m_server->serverPort());
         QVERIFY(client.connected());
-        client.send(call("2", "count") + '\n');
-        QCOMPARE(describe(client.readLine().value_or("")), u"2 result"_s);
+        QCOMPARE(ask(client, call("2", "count")), u"2 result"_s);
     }
 
     void toolCallsAreCountedByTheQuotedName()
@@ -346,9 +323,8 @@ private slots:
 
         // Calls from two assistants interleave by whole lines.
         first.send(call("1", "count") + '\n');
-        second.send(call("2", "count") + '\n');
+        QCOMPARE(ask(second, call("2", "count")), u"2 result"_s);
         QCOMPARE(describe(first.readLine().value_or("")), u"1 result"_s);
-        QCOMPARE(describe(second.readLine().value_or("")), u"2 result"_s);
 
         first.close();
         QTRY_COMPARE(m_server->activeSessionCount(), 1);
@@ -365,8 +341,7 @@ private slots:
         // The listener stays up for whoever comes next.
         LineClient fourth(m_server->serverPort());
         QVERIFY(fourth.connected());
-        fourth.send(call("4", "count") + '\n');
-        QCOMPARE(describe(fourth.readLine().value_or("")), u"4 result"_s);
+        QCOMPARE(ask(fourth, call("4", "count")), u"4 result"_s);
 
         const quint16 port = m_server->serverPort();
         m_server->stop();
@@ -443,8 +418,8 @@ private slots:
         for (int round = 0; round < 3; ++round) {
             LineClient client(port);
             QVERIFY(client.connected());
-            client.send(call(QByteArray::number(round), "count") + '\n');
-            QVERIFY(client.readLine());
+            QCOMPARE(ask(client, call(QByteArray::number(round), "count")),
+                     u"%1 result"_s.arg(round));
             // The server closes first, leaving its side of the connection lingering.
             server.stop();
             QVERIFY(client.waitForClose());
@@ -492,8 +467,7 @@ private slots:
             total += flood.trySend(
                 QByteArrayView(chunk).first(std::min<qsizetype>(chunk.size(), goal - total)));
             if (i % 20 == 0) {
-                QVERIFY(other.send(call(QByteArray::number(i), "count") + '\n'));
-                QCOMPARE(describe(other.readLine().value_or("")), u"%1 result"_s.arg(i));
+                QCOMPARE(ask(other, call(QByteArray::number(i), "count")), u"%1 result"_s.arg(i));
                 ++served;
             }
             QTest::qWait(1);
@@ -538,8 +512,8 @@ private slots:
             burst += call(QByteArray::number(i), "big") + '\n';
         QVERIFY(slow.send(burst));
         for (int round = 0; round < 30; ++round) {
-            QVERIFY(other.send(call(QByteArray::number(round), "count") + '\n'));
-            QCOMPARE(describe(other.readLine().value_or("")), u"%1 result"_s.arg(round));
+            QCOMPARE(ask(other, call(QByteArray::number(round), "count")),
+                     u"%1 result"_s.arg(round));
             QTest::qWait(100);
         }
         // The bound, what the kernel's buffers on both ends hold, and one read's lines.
