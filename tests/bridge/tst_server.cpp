@@ -8,6 +8,7 @@
 #include "TovrenProcess.h"
 
 #include <QProcess>
+#include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QThread>
@@ -488,6 +489,48 @@ private slots:
         QVERIFY2(brokenLines >= 160 && brokenLines < 1000,
                  qPrintable(QString::number(brokenLines)));
         QCOMPARE(m_server->activeSessionCount(), 2);
+    }
+
+    // Valid lines cut, spliced and garbled, sent in pieces, some opening like HTTP: every answer
+    // is still a line of JSON, and the listener goes on serving. (The libFuzzer target in fuzz/
+    // holds each answer to its request.)
+    void hostileBytesLeaveTheListenerServing()
+    {
+        QRandomGenerator random(20261115);
+        const QByteArrayList lines{
+            call("1", "echo", R"({"text":"a\u0000","n":[1e400,{"k":null}]})"),
+            request("\"x\"", "tools/list"),
+            "POST / HTTP/1.1",
+            request(QByteArray(), "notifications/initialized"),
+            call("2", "count"),
+            "\xff\xfe{\"id\":[]}"};
+        const auto any = [&] { return lines.at(random.bounded(int(lines.size()))); };
+        auto client = std::make_unique<LineClient>(m_server->serverPort());
+        for (int i = 0; i < 3000; ++i) {
+            if (client->peerClosed())
+                client = std::make_unique<LineClient>(m_server->serverPort());
+            QByteArray bytes = any();
+            const int at = random.bounded(int(bytes.size()));
+            switch (random.bounded(4)) {
+            case 0:
+                bytes.truncate(at);
+                break;
+            case 1:
+                bytes[at] = char(random.bounded(256));
+                break;
+            case 2:
+                bytes.insert(at, any());
+                break;
+            }
+            client->trySend(random.bounded(3) ? bytes + '\n' : bytes);
+            if (i % 16 == 0) {
+                QTest::qWait(1);
+                while (const auto line = client->readLine(0))
+                    QVERIFY2(describe(*line) != u"not JSON"_s, line->constData());
+            }
+        }
+        LineClient probe(m_server->serverPort());
+        QCOMPARE(ask(probe, call("\"after\"", "count")), u"\"after\" result"_s);
     }
 
     // A client that stops reading is held back, not cut off: nothing more is read from it while
