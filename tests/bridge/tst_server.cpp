@@ -77,29 +77,11 @@ private slots:
         QTest::newRow("a request without id is carried out and answered without one")
             << QByteArrayList{call(QByteArray(), "count") + '\n'} << QStringList{u"- result"_s}
             << 1;
-    }
-    void framing()
-    {
-        QFETCH(QByteArrayList, writes);
-        QFETCH(QStringList, answers);
-        QFETCH(int, toolCalls);
-        LineClient client(m_server->serverPort());
-        QVERIFY(client.connected());
-        for (const QByteArray &bytes : writes) {
-            client.send(bytes);
-            // Time for the listener to take this write as a read of its own.
-            QTest::qWait(50);
-        }
-        QCOMPARE(describeUntilProbe(client), answers);
-        QCOMPARE(m_journal->calls, toolCalls);
-    }
 
-    void idsAndDispatch_data()
-    {
-        QTest::addColumn<QByteArray>("line");
-        QTest::addColumn<QString>("answer");
-        const auto row = [](const char *name, const QByteArray &line, const QString &answer) {
-            QTest::newRow(name) << line << answer;
+        // One line each, for the ids and the dispatch.
+        const auto row = [](const char *name, const QByteArray &line, const QString &answer,
+                            int calls = 0) {
+            QTest::newRow(name) << QByteArrayList{line + '\n'} << QStringList{answer} << calls;
         };
         const QString parseError = u"- error -32700 Parse error"_s;
         const QString noName = u"1 error -32602 Missing tool name"_s;
@@ -141,20 +123,27 @@ private slots:
         row("call with empty params", request("1", "tools/call", "{}"), noName);
         row("tool name not text", request("1", "tools/call", R"({"name":5})"), noName);
         row("arguments not an object run the tool without any",
-            request("1", "tools/call", R"({"name":"echo","arguments":"x"})"), u"1 result"_s);
+            request("1", "tools/call", R"({"name":"echo","arguments":"x"})"), u"1 result"_s, 1);
         row("a tool's refusal", call("\"r\"", "refuse"),
             u"\"r\" error -32602 No day called Blursday."_s);
         row("a failed save", call("1", "save_fails"), u"1 error -32603 The disk is full."_s);
         row("any other failure", call("1", "throws"), u"1 error -32603 vector too long"_s);
     }
-    void idsAndDispatch()
+
+    void framing()
     {
-        QFETCH(QByteArray, line);
-        QFETCH(QString, answer);
+        QFETCH(QByteArrayList, writes);
+        QFETCH(QStringList, answers);
+        QFETCH(int, toolCalls);
         LineClient client(m_server->serverPort());
         QVERIFY(client.connected());
-        client.send(line + '\n');
-        QCOMPARE(describeUntilProbe(client), QStringList{answer});
+        for (const QByteArray &bytes : writes) {
+            client.send(bytes);
+            // Time for the listener to take this write as a read of its own.
+            QTest::qWait(50);
+        }
+        QCOMPARE(describeUntilProbe(client), answers);
+        QCOMPARE(m_journal->calls, toolCalls);
     }
 
     void toolResultIsOneTextItem()
