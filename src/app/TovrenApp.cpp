@@ -6,6 +6,7 @@
 #include "bridge/MCPProtocol.h"
 #include "bridge/MCPServer.h"
 #include "bridge/MCPToolGroup.h"
+#include "bridge/PeopleTools.h"
 #include "core/AppCalendar.h"
 #include "core/DataGeneration.h"
 #include "core/DataLocations.h"
@@ -60,6 +61,7 @@ TovrenApp::TovrenApp(LaunchSteps steps, QObject *parent)
     , m_keys(std::make_unique<AIKeyStore>(*m_secrets))
 {
     JournalTools::registerAll(m_mcpTools, m_drafts, *m_preferences);
+    PeopleTools::registerAll(m_mcpTools);
 }
 
 TovrenApp::~TovrenApp()

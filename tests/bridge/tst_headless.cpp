@@ -84,8 +84,11 @@ private slots:
             QCOMPARE(tool.toObject().value("inputSchema"_L1).toObject().value("type"_L1),
                      u"object"_s);
         }
-        QCOMPARE(names, QStringList({u"get_entries"_s, u"add_journal_entry"_s,
-                                     u"get_journal_template"_s, u"update_journal_entry"_s}));
+        QCOMPARE(names, QStringList({u"get_entries"_s, u"add_journal_entry"_s, u"log_meeting"_s,
+                                     u"get_people"_s, u"get_person"_s, u"add_person"_s,
+                                     u"get_meetings"_s, u"get_action_items"_s, u"add_action_item"_s,
+                                     u"complete_action_item"_s, u"get_journal_template"_s,
+                                     u"update_journal_entry"_s}));
         QCOMPARE(client.call(call("3", "no_such_tool"))
                      .value_or(QJsonObject())
                      .value("error"_L1)
