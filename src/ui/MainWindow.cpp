@@ -5,6 +5,7 @@
 #include "core/Notices.h"
 #include "core/Preferences.h"
 #include "journal/JournalScreen.h"
+#include "people/PeopleScreen.h"
 #include "platform/Autostart.h"
 #include "settings/AIProviderPane.h"
 #include "settings/DataPane.h"
@@ -34,6 +35,8 @@ QWidget *makeScreen(SidebarItem item, TovrenApp &app)
     switch (item) {
     case SidebarItem::journal:
         return new JournalScreen(app);
+    case SidebarItem::meetings:
+        return new PeopleScreen(app);
     default:
         return nullptr;
     }
@@ -91,7 +94,13 @@ void MainWindow::addTab(SidebarItem item, QWidget *screen)
 void MainWindow::buildMenus()
 {
     QMenu *file = menuBar()->addMenu(tr("&File"));
-    QAction *newEntry = file->addAction(tr("&New Entry"), this, &MainWindow::newEntry);
+    // Ctrl+N makes a new item of the tab shown; where a tab has none, a journal entry.
+    QAction *newEntry = file->addAction(tr("&New Entry"), this, [this] {
+        if (auto *people = qobject_cast<PeopleScreen *>(m_screens->currentWidget()))
+            people->newPerson();
+        else
+            this->newEntry();
+    });
     newEntry->setShortcut(QKeySequence::New);
     QAction *settings = file->addAction(tr("&Settings…"), this, &MainWindow::showSettings);
     settings->setShortcuts({QKeySequence::Preferences, QKeySequence(u"Ctrl+,"_s)});

@@ -1,0 +1,431 @@
+#include "TestSupport.h"
+
+#include "app/TovrenApp.h"
+#include "bridge/MCPTools.h"
+#include "core/PreferenceKeys.h"
+#include "core/Preferences.h"
+#include "core/records/ActionItem.h"
+#include "core/records/Meeting.h"
+#include "core/records/Person.h"
+#include "core/store/ModelContext.h"
+#include "ui/Dialogs.h"
+#include "ui/MainWindow.h"
+#include "ui/journal/JournalTextEdit.h"
+#include "ui/people/PeopleListModel.h"
+#include "ui/people/PeopleScreen.h"
+#include "ui/people/PersonPage.h"
+#include "writing/EditorLink.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDateEdit>
+#include <QDialogButtonBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListView>
+#include <QListWidget>
+#include <QMenu>
+#include <QPushButton>
+#include <QTest>
+#include <QToolButton>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Wednesday morning in Berlin.
+const QDateTime now(QDate(2026, 11, 18), QTime(9, 30), Qt::UTC);
+
+// Fills the next modal form, by its fields' object names, and presses its accepting button.
+void fillNextDialog(const QVariantMap &fields)
+{
+    auto *timer = new QTimer;
+    timer->setInterval(20);
+    QObject::connect(timer, &QTimer::timeout, [timer, fields] {
+        QWidget *modal = QApplication::activeModalWidget();
+        if (!modal)
+            return;
+        timer->stop();
+        timer->deleteLater();
+        for (auto it = fields.cbegin(); it != fields.cend(); ++it) {
+            QWidget *field = modal->findChild<QWidget *>(it.key());
+            QVERIFY2(field, qPrintable(it.key()));
+            if (auto *line = qobject_cast<QLineEdit *>(field))
+                line->setText(it->toString());
+            else if (auto *combo = qobject_cast<QComboBox *>(field))
+                combo->setCurrentText(it->toString());
+            else if (auto *box = qobject_cast<QCheckBox *>(field))
+                box->setChecked(it->toBool());
+            else if (auto *date = qobject_cast<QDateEdit *>(field))
+                date->setDate(it->toDate());
+        }
+        auto *buttons = modal->findChild<QDialogButtonBox *>();
+        for (QAbstractButton *button : buttons->buttons()) {
+            if (buttons->buttonRole(button) == QDialogButtonBox::AcceptRole)
+                button->click();
+        }
+    });
+    timer->start();
+}
+
+// A Tovren on a fresh data folder with its People screen, or the whole window.
+struct People {
+    TempDataDir dir;
+    FixedClock clock{now, testCalendar()};
+    TovrenApp app{LaunchSteps::standard()};
+    std::unique_ptr<PeopleScreen> screen;
+    std::unique_ptr<MainWindow> window;
+
+    explicit People(bool wholeWindow = false)
+    {
+        app.start();
+        if (wholeWindow) {
+            window = std::make_unique<MainWindow>(app);
+            window->bringToFront();
+            QVERIFY(QTest::qWaitForWindowActive(window.get()));
+            return;
+        }
+        screen = std::make_unique<PeopleScreen>(app);
+        screen->resize(1100, 760);
+        screen->show();
+        QVERIFY(QTest::qWaitForWindowActive(screen.get()));
+    }
+
+    ModelContext &context() { return app.mainContext(); }
+    PersonPage *page() const { return screen->page(); }
+    JournalTextEdit *editor() const { return page()->editor(); }
+
+    std::shared_ptr<Person> person(const QString &name, int meetings = 0)
+    {
+        auto person = std::make_shared<Person>(name, u"Engineer"_s, RelationshipType::peer);
+        context().insert(person);
+        for (int i = 1; i <= meetings; ++i)
+            context().insert(
+                std::make_shared<Meeting>(person, now.addDays(-7 * i), u"Meeting %1"_s.arg(i)));
+        context().trySave();
+        return person;
+    }
+    void select(const std::shared_ptr<Person> &person)
+    {
+        screen->list()->setCurrentIndex(screen->model()->index(screen->model()->rowOf(person->id)));
+        QCOMPARE(page()->person(), person);
+    }
+    // Lets the refresh that follows a save run.
+    void settle() { QTest::qWait(5); }
+};
+
+} // namespace
+
+class TestPeopleScreen : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates)); }
+
+    // Nobody yet: one sentence and one button; the button's form makes the person, whose
+    // next 1:1 note then has the keys and keeps what is typed.
+    void emptyStateAddsAPersonAndTheirNote()
+    {
+        People people;
+        QVERIFY(people.screen->emptyState()->isVisible());
+        QCOMPARE(people.screen->emptyState()->findChild<QLabel *>(u"emptySentence"_s)->text(),
+                 u"Add the people you meet with to keep your 1:1 notes and what you owe each "
+                 u"other."_s);
+        QCOMPARE(QApplication::focusWidget(), people.screen->list());
+
+        fillNextDialog({{u"name"_s, u"  Dana Reyes "_s},
+                        {u"role"_s, u"Staff Engineer"_s},
+                        {u"relationship"_s, u"Direct report"_s},
+                        {u"email"_s, u"Dana@Example.com"_s},
+                        {u"emoji"_s, u"🦊"_s},
+                        {u"pinned"_s, true}});
+        people.screen->emptyState()->findChild<QPushButton *>(u"addFirstPerson"_s)->click();
+        const auto dana = people.page()->person();
+        QVERIFY(dana);
+        QCOMPARE(dana->name, u"Dana Reyes"_s);
+        QCOMPARE(dana->relationshipRaw, u"Direct report"_s);
+        QCOMPARE(dana->email, u"dana@example.com"_s);
+        QCOMPARE(dana->emoji, u"🦊"_s);
+        QVERIFY(dana->isPinned);
+        QVERIFY(!people.screen->emptyState()->isVisible());
+        const QModelIndex row = people.screen->model()->index(0);
+        QCOMPARE(row.data(PeopleListModel::MarkRole).toString(), u"🦊"_s);
+        QCOMPARE(row.data(PeopleListModel::DetailRole).toString(),
+                 u"Staff Engineer · Direct report"_s);
+
+        // The keys the window gets back once the form has closed (offscreen, nobody gives it back).
+        QCOMPARE(people.screen->focusWidget(), people.editor());
+        people.screen->activateWindow();
+        QTRY_COMPARE(QApplication::focusWidget(), people.editor());
+        QTest::keyClicks(people.editor(), u"Ask about #launch"_s);
+        people.app.saveDebouncer().fire();
+        QVERIFY(people.page()->meeting()->isScratchpad);
+        QCOMPARE(people.page()->meeting()->notes, u"Ask about #launch"_s);
+    }
+
+    // Pinned first, then by name with numbers by value; initials without a mark; the last
+    // real meeting, never the next-1:1 note, and the open actions.
+    void listRows()
+    {
+        People people;
+        auto bo = people.person(u"Bo 10 Lin"_s);
+        auto al = people.person(u"al ito"_s, 2);
+        auto pinned = people.person(u"Zed"_s);
+        pinned->isPinned = true;
+        people.person(u"Bo 9 Lin"_s);
+        auto pad = std::make_shared<Meeting>(bo, Meeting::distantFuture(), u"Next time"_s, true);
+        people.context().insert(pad);
+        people.context().insert(std::make_shared<ActionItem>(u"Send deck"_s, pad));
+        people.context().trySave();
+        people.settle();
+        QStringList names, details;
+        for (int row = 0; row < people.screen->model()->rowCount(); ++row) {
+            const QModelIndex index = people.screen->model()->index(row);
+            names.append(index.data(PeopleListModel::MarkRole).toString() + u' ' +
+                         index.data().toString());
+            details.append(index.data(PeopleListModel::DetailRole).toString() + u" #"_s +
+                           index.data(PeopleListModel::CountRole).toString());
+        }
+        QCOMPARE(names,
+                 (QStringList{u"Z Zed"_s, u"AI al ito"_s, u"BL Bo 9 Lin"_s, u"BL Bo 10 Lin"_s}));
+        QCOMPARE(details, (QStringList{u"Engineer · Peer #0"_s,
+                                       u"Engineer · Peer · last met a week ago #0"_s,
+                                       u"Engineer · Peer #0"_s, u"Engineer · Peer #1"_s}));
+    }
+
+    // Typing saves at once when the page moves on, before the debounce would have.
+    void switchingAwaySavesTheNote_data()
+    {
+        QTest::addColumn<QString>("away");
+        QTest::newRow("another person") << u"person"_s;
+        QTest::newRow("another meeting") << u"meeting"_s;
+        QTest::newRow("another tab") << u"tab"_s;
+    }
+
+    void switchingAwaySavesTheNote()
+    {
+        QFETCH(QString, away);
+        People people;
+        auto ana = people.person(u"Ana"_s, 1);
+        auto bea = people.person(u"Bea"_s, 1);
+        people.settle();
+        people.select(ana);
+        const auto note = people.page()->meeting();
+        QTest::keyClicks(people.editor(), u"- follow up on hiring"_s);
+        QVERIFY(people.app.saveDebouncer().isPending());
+        if (away == u"person")
+            people.select(bea);
+        else if (away == u"meeting")
+            people.page()->timeline()->setCurrentRow(1);
+        else
+            people.screen->hide();
+        QVERIFY(!people.app.saveDebouncer().isPending());
+        QVERIFY(!people.context().hasChanges());
+        QCOMPARE(note->notes, u"- follow up on hiring"_s);
+
+        people.screen->show();
+        people.select(ana);
+        people.page()->showMeeting(note);
+        QCOMPARE(people.editor()->stored(), u"- follow up on hiring"_s);
+    }
+
+    // Added in the field, shown on top while open, completed there, edited with a due date.
+    void actionItems()
+    {
+        People people;
+        auto ana = people.person(u"Ana"_s, 1);
+        people.settle();
+        people.select(ana);
+        people.page()->timeline()->setCurrentRow(1);
+        const auto meeting = people.page()->meeting();
+        QTest::keyClicks(people.page()->actionField(), u"Send the deck"_s);
+        QTest::keyClick(people.page()->actionField(), Qt::Key_Return);
+        people.settle();
+        const auto items = meeting->actionItems();
+        QCOMPARE(items.size(), 1);
+        QCOMPARE(people.page()->openActionBoxes().size(), 1);
+        QCOMPARE(people.page()->meetingActionBoxes().size(), 1);
+        QCOMPARE(people.screen->model()->index(0).data(PeopleListModel::CountRole).toInt(), 1);
+
+        // Edit… from the row's menu.
+        fillNextDialog({{u"title"_s, u"Send the final deck"_s},
+                        {u"hasDue"_s, true},
+                        {u"due"_s, QDate(2026, 11, 20)}});
+        QToolButton *more =
+            people.page()->openActionBoxes().first()->parentWidget()->findChild<QToolButton *>();
+        more->menu()->actions().first()->trigger();
+        QCOMPARE(items.first()->title, u"Send the final deck"_s);
+        QCOMPARE(items.first()->dueDate, Calendar::current().startOfDay(QDate(2026, 11, 20)));
+        people.settle();
+
+        people.page()->openActionBoxes().first()->click();
+        people.settle();
+        QVERIFY(items.first()->isCompleted);
+        QVERIFY(!people.context().hasChanges());
+        QVERIFY(people.page()->openActionBoxes().isEmpty());
+        QCOMPARE(people.page()->meetingActionBoxes().size(), 1);
+        QVERIFY(people.page()->meetingActionBoxes().first()->isChecked());
+        QCOMPARE(people.screen->model()->index(0).data(PeopleListModel::CountRole).toInt(), 0);
+    }
+
+    // "New 1:1 Note" for a day: the next-1:1 words move into the dated note, and the
+    // scratchpad is left empty; a second note that day is the same note.
+    void newNoteTakesTheScratchpad()
+    {
+        People people;
+        auto ana = people.person(u"Ana"_s);
+        people.settle();
+        people.select(ana);
+        QVERIFY(people.page()->meeting()->isScratchpad);
+        const auto pad = people.page()->meeting();
+        QTest::keyClicks(people.editor(), u"Raise the budget"_s);
+        const QDate day(2026, 11, 16);
+        people.page()->newNote(day);
+        const auto note = people.page()->meeting();
+        QVERIFY(!note->isScratchpad);
+        QCOMPARE(Calendar::current().day(note->date), day);
+        QCOMPARE(note->notes, u"Raise the budget"_s);
+        QCOMPARE(pad->notes, QString());
+        QCOMPARE(QApplication::focusWidget(), people.editor());
+        people.page()->newNote(day);
+        QCOMPARE(people.page()->meeting(), note);
+        QCOMPARE(people.page()->meetings().size(), 2);
+        QVERIFY(!people.context().hasChanges());
+    }
+
+    // An assistant writes while the user types in a note: both texts stay, and what the
+    // assistant logged shows on the page at once.
+    void assistantWritesWhileTyping_data()
+    {
+        QTest::addColumn<QString>("write");
+        QTest::newRow("log_meeting") << u"log_meeting"_s;
+        QTest::newRow("add_action_item") << u"add_action_item"_s;
+        QTest::newRow("a line added to the note being typed in") << u"same note"_s;
+    }
+
+    void assistantWritesWhileTyping()
+    {
+        QFETCH(QString, write);
+        People people;
+        auto ana = people.person(u"Ana Ito"_s, 1);
+        people.settle();
+        people.select(ana);
+        people.page()->timeline()->setCurrentRow(1);
+        const auto note = people.page()->meeting();
+        QTest::keyClick(people.editor(), Qt::Key_End, Qt::ControlModifier);
+        QTest::keyClick(people.editor(), Qt::Key_Return);
+        QTest::keyClicks(people.editor(), u"mine"_s);
+        const int meetingsBefore = people.page()->timeline()->count();
+        if (write == u"same note") {
+            note->notes += u"\ntheirs"_s;
+            people.context().trySave();
+        } else {
+            const QJsonObject arguments{{u"person_name"_s, u"ana ito"_s},
+                                        {u"notes"_s, u"Logged by the assistant"_s},
+                                        {u"title"_s, u"Book the room"_s}};
+            people.app.mcpTools().invoke(write, arguments, people.context(),
+                                         people.app.preferences());
+        }
+        people.settle();
+        QTest::keyClicks(people.editor(), u" too"_s);
+        people.app.saveDebouncer().fire();
+        // Their line lands after the line it follows; the caret stayed on the line typed in.
+        QCOMPARE(note->notes, write == u"same note" ? u"Meeting 1\ntheirs\nmine too"_s
+                                                    : u"Meeting 1\nmine too"_s);
+        QCOMPARE(people.editor()->stored(), note->notes);
+        QTRY_COMPARE(people.page()->timeline()->count(),
+                     meetingsBefore + (write == u"log_meeting" ? 1 : 0));
+        QTRY_COMPARE(people.page()->openActionBoxes().size(), write == u"add_action_item" ? 1 : 0);
+    }
+
+    // Delete asks, from the list only, naming the person and the meetings that go with them;
+    // No keeps everything, Yes removes the meetings and their action items too.
+    void deleteAsksFirst_data()
+    {
+        QTest::addColumn<int>("meetings");
+        QTest::addColumn<QString>("words");
+        QTest::newRow("none") << 0 << u"Ana will be removed from People. This can't be undone."_s;
+        QTest::newRow("one") << 1
+                             << u"Ana and 1 meeting, with its notes and action items, will be "
+                                u"removed. This can't be undone."_s;
+        QTest::newRow("three") << 3
+                               << u"Ana and 3 meetings, with their notes and action items, will "
+                                  u"be removed. This can't be undone."_s;
+    }
+
+    void deleteAsksFirst()
+    {
+        QFETCH(int, meetings);
+        QFETCH(QString, words);
+        People people;
+        auto ana = people.person(u"Ana"_s, meetings);
+        people.settle();
+        people.select(ana);
+        if (meetings > 0) {
+            people.page()->timeline()->setCurrentRow(1);
+            people.page()->addAction(u"Owe"_s);
+        }
+        people.settle();
+
+        Dialogs::queueAnswers({false});
+        QTest::keyClick(people.editor(), Qt::Key_Delete);
+        QVERIFY(Dialogs::takeAskedQuestions().isEmpty());
+        people.screen->list()->setFocus();
+        QTest::keyClick(people.screen->list(), Qt::Key_Delete);
+        const auto asked = Dialogs::takeAskedQuestions();
+        QCOMPARE(asked.size(), 1);
+        QCOMPARE(asked.first().title, u"Delete Ana?"_s);
+        QCOMPARE(asked.first().text, words);
+        QVERIFY(asked.first().destructive);
+        QCOMPARE(people.screen->model()->rowCount(), 1);
+
+        Dialogs::queueAnswers({true});
+        QTest::keyClick(people.screen->list(), Qt::Key_Delete);
+        QCOMPARE(Dialogs::takeAskedQuestions().size(), 1);
+        QCOMPARE(people.context().fetchCount<Person>(), 0);
+        QCOMPARE(people.context().fetchCount<Meeting>(), 0);
+        QCOMPARE(people.context().fetchCount<ActionItem>(), 0);
+        QVERIFY(people.screen->emptyState()->isVisible());
+    }
+
+    // In the window: a person link of a page (or an inbox route) hands the person over through
+    // the preference, the tab opens on them with their note ready, and Ctrl+N adds a person.
+    void handOverFocusAndNewPerson()
+    {
+        People people(true);
+        auto ana = people.person(u"Ana"_s);
+        auto bea = people.person(u"Bea"_s);
+        EditorLink::follow(EditorLink::personLink(bea->id.toString(QUuid::WithoutBraces)),
+                           people.app.preferences());
+        auto *screen = qobject_cast<PeopleScreen *>(people.window->screen(SidebarItem::meetings));
+        QCOMPARE(people.window->currentTab(), SidebarItem::meetings);
+        QCOMPARE(screen->page()->person(), bea);
+        QVERIFY(!people.app.preferences().value(Prefs::peopleSelectPersonId));
+        QCOMPARE(QApplication::focusWidget(), screen->page()->editor());
+
+        // Opening the tab again starts where the user left it.
+        people.window->selectTab(SidebarItem::journal);
+        people.window->selectTab(SidebarItem::meetings);
+        QCOMPARE(screen->page()->person(), bea);
+        QCOMPARE(QApplication::focusWidget(), screen->page()->editor());
+
+        fillNextDialog({{u"name"_s, u"Cy"_s}});
+        QTest::keyClick(people.window.get(), Qt::Key_N, Qt::ControlModifier);
+        QCOMPARE(screen->page()->person()->name, u"Cy"_s);
+        QCOMPARE(people.context().fetchCount<Person>(), 3);
+        Q_UNUSED(ana);
+    }
+};
+
+int main(int argc, char *argv[])
+{
+    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication application(argc, argv);
+    TestPeopleScreen test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_peoplescreen.moc"
