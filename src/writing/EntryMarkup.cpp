@@ -19,6 +19,8 @@
 
 #include <algorithm>
 #include <limits>
+#include <map>
+#include <tuple>
 
 using namespace Qt::StringLiterals;
 using InlineMarkup::Span;
@@ -121,12 +123,15 @@ QTextCharFormat spanFormat(const Span &span, const QTextCharFormat &base)
     return format;
 }
 
-// What stands in for an image that can't be shown, at the size the page gives it. A size beyond
-// any screen is drawn smaller and stretched, so a hostile token costs no memory.
-QImage placeholderImage(QSize size)
+// What stands in for an image that can't be shown. It is drawn at most 480 pixels on a side and
+// stretched to the token's size on the page, and drawings are shared between tokens of one size:
+// a page of hostile tokens (huge, or hundreds of them) costs a few small images, not gigabytes.
+QImage drawPlaceholder(QSize size)
 {
-    constexpr int largest = 1600;
-    size = size.boundedTo(QSize(largest, largest)).expandedTo(QSize(1, 1));
+    constexpr int largest = 480;
+    size = size.expandedTo(QSize(1, 1));
+    if (size.width() > largest || size.height() > largest)
+        size = size.scaled(largest, largest, Qt::KeepAspectRatio).expandedTo(QSize(1, 1));
     QImage image(size, QImage::Format_ARGB32_Premultiplied);
     const QPalette palette = QGuiApplication::palette();
     const QColor base = palette.color(QPalette::Base);
@@ -146,6 +151,20 @@ QImage placeholderImage(QSize size)
     painter.setPen(mix(0.55));
     painter.drawText(image.rect(), Qt::AlignCenter | Qt::TextWordWrap, imageUnavailableText);
     return image;
+}
+
+QImage placeholderImage(QSize size)
+{
+    // Keyed by the colours too, so a switch between light and dark draws anew.
+    const QPalette palette = QGuiApplication::palette();
+    const auto key = std::tuple{size.width(), size.height(), palette.color(QPalette::Base).rgba(),
+                                palette.color(QPalette::Text).rgba()};
+    static std::map<decltype(key), QImage> drawn;
+    if (const auto found = drawn.find(key); found != drawn.end())
+        return found->second;
+    if (drawn.size() >= 32)
+        drawn.clear();
+    return drawn[key] = drawPlaceholder(size);
 }
 
 QTextImageFormat imageFormat(const InlineMarkup::ImageToken &token, QTextDocument *document,

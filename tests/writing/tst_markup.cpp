@@ -276,15 +276,27 @@ private slots:
         };
         const QString text =
             u"{{img:"_s + imageA + u"|w=120,h=80}} {{img:"_s + imageB + u"|w=90,h=60}}"_s;
-        EntryMarkup::loadFromMarkdown(text, document, options);
-        QCOMPARE(asked, (QStringList{imageA, imageB}));
+        // Hostile tokens: huge, and many of one size. Each is drawn small and shared.
+        const auto huge = [](char16_t last) -> QString {
+            return u" {{img:"_s + imageB.left(35) + last + u"|w=900000,h=450000}}"_s;
+        };
+        EntryMarkup::loadFromMarkdown(text + huge(u'1') + huge(u'2'), document, options);
+        QCOMPARE(asked.mid(0, 2), (QStringList{imageA, imageB}));
 
         QList<QTextImageFormat> images;
         for (auto it = document.begin().begin(); !it.atEnd(); ++it) {
             if (it.fragment().charFormat().isImageFormat())
                 images.append(it.fragment().charFormat().toImageFormat());
         }
-        QCOMPARE(images.size(), 2);
+        QCOMPARE(images.size(), 4);
+        const QImage drawnHuge =
+            document.resource(QTextDocument::ImageResource, QUrl(images[2].name())).value<QImage>();
+        QCOMPARE(drawnHuge.size(), QSize(480, 240));
+        QCOMPARE(images[2].width(), 900000.0);
+        QCOMPARE(drawnHuge.cacheKey(),
+                 document.resource(QTextDocument::ImageResource, QUrl(images[3].name()))
+                     .value<QImage>()
+                     .cacheKey());
         QCOMPARE(images[0].width(), 120.0);
         QVERIFY(!images[0].boolProperty(EntryMarkup::ImageMissingProperty));
         QVERIFY(!document.resource(QTextDocument::ImageResource, QUrl(images[0].name())).isNull());
@@ -307,7 +319,8 @@ private slots:
         resized.setHeight(50.2);
         cursor.setCharFormat(resized);
         QCOMPARE(EntryMarkup::serializeToMarkdown(document),
-                 u"{{img:"_s + imageA + u"|w=99,h=50}} {{img:"_s + imageB + u"|w=90,h=60}}"_s);
+                 u"{{img:"_s + imageA + u"|w=99,h=50}} {{img:"_s + imageB + u"|w=90,h=60}}"_s +
+                     huge(u'1') + huge(u'2'));
     }
 
     void derivedLinksAreDrawnNotStored()
