@@ -112,6 +112,7 @@ QString getPeople(ModelContext &context)
     collator.setNumericMode(true);
     std::stable_sort(people.begin(), people.end(),
                      [&](const auto &a, const auto &b) { return collator(a->name, b->name); });
+    const QHash<QUuid, qsizetype> openActions = PeopleQueries::openActionCounts(context);
     QStringList lines;
     for (const auto &person : people) {
         QString line = u"- "_s + person->name;
@@ -119,7 +120,7 @@ QString getPeople(ModelContext &context)
             line += u" ("_s + person->role + u')';
         if (const auto meetings = PeopleQueries::realMeetings(*person); !meetings.isEmpty())
             line += u" · last met "_s + shortDate(meetings.first()->date);
-        if (const qsizetype open = PeopleQueries::openActionCount(*person); open > 0)
+        if (const qsizetype open = openActions.value(person->id); open > 0)
             line += u" · %1 open action"_s.arg(open) + (open == 1 ? u""_s : u"s"_s);
         lines.append(line);
     }
