@@ -74,8 +74,9 @@ struct People {
     TempDataDir dir;
     FixedClock clock{now, testCalendar()};
     TovrenApp app{LaunchSteps::standard()};
-    std::unique_ptr<PeopleScreen> screen;
     std::unique_ptr<MainWindow> window;
+    std::unique_ptr<PeopleScreen> ownScreen;
+    PeopleScreen *screen = nullptr;
 
     explicit People(bool wholeWindow = false)
     {
@@ -84,12 +85,14 @@ struct People {
             window = std::make_unique<MainWindow>(app);
             window->bringToFront();
             QVERIFY(QTest::qWaitForWindowActive(window.get()));
+            screen = qobject_cast<PeopleScreen *>(window->screen(SidebarItem::meetings));
             return;
         }
-        screen = std::make_unique<PeopleScreen>(app);
+        ownScreen = std::make_unique<PeopleScreen>(app);
+        screen = ownScreen.get();
         screen->resize(1100, 760);
         screen->show();
-        QVERIFY(QTest::qWaitForWindowActive(screen.get()));
+        QVERIFY(QTest::qWaitForWindowActive(screen));
     }
 
     ModelContext &context() { return app.mainContext(); }
@@ -201,14 +204,18 @@ private slots:
         QTest::newRow("another person") << u"person"_s;
         QTest::newRow("another meeting") << u"meeting"_s;
         QTest::newRow("another tab") << u"tab"_s;
+        QTest::newRow("another window") << u"window"_s;
     }
 
     void switchingAwaySavesTheNote()
     {
         QFETCH(QString, away);
-        People people;
+        People people(away == u"tab");
+        QWidget other;
         auto ana = people.person(u"Ana"_s, 1);
         auto bea = people.person(u"Bea"_s, 1);
+        if (people.window)
+            people.window->selectTab(SidebarItem::meetings);
         people.settle();
         people.select(ana);
         const auto note = people.page()->meeting();
@@ -218,13 +225,19 @@ private slots:
             people.select(bea);
         else if (away == u"meeting")
             people.page()->timeline()->setCurrentRow(1);
-        else
-            people.screen->hide();
+        else if (away == u"tab")
+            people.window->selectTab(SidebarItem::journal);
+        else {
+            other.show();
+            other.activateWindow();
+            QVERIFY(QTest::qWaitForWindowActive(&other));
+        }
         QVERIFY(!people.app.saveDebouncer().isPending());
         QVERIFY(!people.context().hasChanges());
         QCOMPARE(note->notes, u"- follow up on hiring"_s);
 
-        people.screen->show();
+        if (people.window)
+            people.window->selectTab(SidebarItem::meetings);
         people.select(ana);
         people.page()->showMeeting(note);
         QCOMPARE(people.editor()->stored(), u"- follow up on hiring"_s);
@@ -398,7 +411,7 @@ private slots:
         auto bea = people.person(u"Bea"_s);
         EditorLink::follow(EditorLink::personLink(bea->id.toString(QUuid::WithoutBraces)),
                            people.app.preferences());
-        auto *screen = qobject_cast<PeopleScreen *>(people.window->screen(SidebarItem::meetings));
+        PeopleScreen *screen = people.screen;
         QCOMPARE(people.window->currentTab(), SidebarItem::meetings);
         QCOMPARE(screen->page()->person(), bea);
         QVERIFY(!people.app.preferences().value(Prefs::peopleSelectPersonId));
