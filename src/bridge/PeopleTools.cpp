@@ -112,14 +112,15 @@ QString getPeople(ModelContext &context)
     collator.setNumericMode(true);
     std::stable_sort(people.begin(), people.end(),
                      [&](const auto &a, const auto &b) { return collator(a->name, b->name); });
+    const QHash<QUuid, QDateTime> lastMet = PeopleQueries::lastMeetingDates(context);
     const QHash<QUuid, qsizetype> openActions = PeopleQueries::openActionCounts(context);
     QStringList lines;
     for (const auto &person : people) {
         QString line = u"- "_s + person->name;
         if (!person->role.isEmpty())
             line += u" ("_s + person->role + u')';
-        if (const auto meetings = PeopleQueries::realMeetings(*person); !meetings.isEmpty())
-            line += u" · last met "_s + shortDate(meetings.first()->date);
+        if (const auto met = lastMet.constFind(person->id); met != lastMet.cend())
+            line += u" · last met "_s + shortDate(*met);
         if (const qsizetype open = openActions.value(person->id); open > 0)
             line += u" · %1 open action"_s.arg(open) + (open == 1 ? u""_s : u"s"_s);
         lines.append(line);

@@ -5,6 +5,8 @@
 #include "core/records/Person.h"
 #include "core/store/ModelContext.h"
 
+#include <QSet>
+
 #include <algorithm>
 
 namespace PeopleQueries {
@@ -48,6 +50,25 @@ QHash<QUuid, qsizetype> openActionCounts(ModelContext &context)
             ++counts[item->meeting->person->id];
     }
     return counts;
+}
+
+QHash<QUuid, QDateTime> lastMeetingDates(ModelContext &context)
+{
+    QSet<QUuid> holdingItems;
+    for (const auto &item : context.tryFetch<ActionItem>()) {
+        if (item->meeting)
+            holdingItems.insert(item->meeting->id);
+    }
+    QHash<QUuid, QDateTime> dates;
+    for (const auto &meeting : context.tryFetch<Meeting>()) {
+        if (!meeting->person || (meeting->isScratchpad && meeting->notes.trimmed().isEmpty() &&
+                                 !holdingItems.contains(meeting->id)))
+            continue;
+        QDateTime &newest = dates[meeting->person->id];
+        if (!newest.isValid() || meeting->date > newest)
+            newest = meeting->date;
+    }
+    return dates;
 }
 
 } // namespace PeopleQueries

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDateTime>
 #include <QHash>
 #include <QList>
 #include <QUuid>
@@ -24,5 +25,9 @@ qsizetype openActionCount(const Person &person);
 // openActionCount for everyone at once, keyed by the person's id; someone with none is absent.
 // One read of the store, for a list that shows every person.
 QHash<QUuid, qsizetype> openActionCounts(ModelContext &context);
+
+// The date of each person's newest meeting of realMeetings, keyed by the person's id; someone
+// with none is absent. Two reads of the store, for a list that shows every person.
+QHash<QUuid, QDateTime> lastMeetingDates(ModelContext &context);
 
 } // namespace PeopleQueries

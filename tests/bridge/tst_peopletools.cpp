@@ -255,14 +255,19 @@ private slots:
         QCOMPARE(count(u"get_meetings"_s, {{"limit"_L1, 1000}}), 100);
     }
 
-    // The list's counts for everyone agree with the count for each person.
-    void openActionCounts()
+    // The figures for everyone at once agree with each person's own.
+    void figuresForEveryone()
     {
         Team team;
-        const QHash<QUuid, qsizetype> counts = PeopleQueries::openActionCounts(team.context());
-        for (const auto &person : team.context().fetch<Person>())
-            QCOMPARE(counts.value(person->id), PeopleQueries::openActionCount(*person));
-        QCOMPARE(counts.size(), 2);
+        const auto open = PeopleQueries::openActionCounts(team.context());
+        const auto lastMet = PeopleQueries::lastMeetingDates(team.context());
+        for (const auto &person : team.context().fetch<Person>()) {
+            const auto real = PeopleQueries::realMeetings(*person);
+            QCOMPARE(open.value(person->id), PeopleQueries::openActionCount(*person));
+            QCOMPARE(lastMet.value(person->id), real.isEmpty() ? QDateTime() : real.first()->date);
+        }
+        QCOMPARE(open.size(), 2);
+        QCOMPARE(lastMet.size(), 3);
     }
 };
 
