@@ -239,6 +239,14 @@ private slots:
         }
     }
 
+    void nobodyYet()
+    {
+        Team team;
+        for (const auto &person : team.context().fetch<Person>())
+            team.context().remove(person);
+        QCOMPARE(team.call(u"get_people"_s, {}), u"No people tracked yet."_s);
+    }
+
     void limitsAreCapped()
     {
         Team team;
