@@ -154,8 +154,8 @@ private slots:
         QVERIFY(!people.screen->emptyState()->isVisible());
         const QModelIndex row = people.screen->model()->index(0);
         QCOMPARE(row.data(PeopleListModel::MarkRole).toString(), u"🦊"_s);
-        QCOMPARE(row.data(PeopleListModel::DetailRole).toString(),
-                 u"Staff Engineer · Direct report"_s);
+        QCOMPARE(row.data(PeopleListModel::AsideRole).toString(), u"Staff Engineer"_s);
+        QCOMPARE(row.data(PeopleListModel::DetailRole).toString(), u"Direct report"_s);
 
         // The keys the window gets back once the form has closed (offscreen, nobody gives it back).
         QCOMPARE(people.screen->focusWidget(), people.editor());
@@ -192,9 +192,35 @@ private slots:
         }
         QCOMPARE(names,
                  (QStringList{u"Z Zed"_s, u"AI al ito"_s, u"BL Bo 9 Lin"_s, u"BL Bo 10 Lin"_s}));
-        QCOMPARE(details, (QStringList{u"Engineer · Peer #0"_s,
-                                       u"Engineer · Peer · last met a week ago #0"_s,
-                                       u"Engineer · Peer #0"_s, u"Engineer · Peer #1"_s}));
+        QCOMPARE(details, (QStringList{u"Peer #0"_s, u"Peer · last met a week ago #0"_s,
+                                       u"Peer #0"_s, u"Peer #1"_s}));
+    }
+
+    void lastMet_data()
+    {
+        QTest::addColumn<int>("daysAgo");
+        QTest::addColumn<QString>("words");
+        QTest::newRow("today") << 0 << u"last met today"_s;
+        QTest::newRow("yesterday") << 1 << u"last met yesterday"_s;
+        QTest::newRow("6 days") << 6 << u"last met 6 days ago"_s;
+        QTest::newRow("7 days") << 7 << u"last met a week ago"_s;
+        QTest::newRow("59 days") << 59 << u"last met 8 weeks ago"_s;
+        QTest::newRow("60 days") << 60 << u"last met 2 months ago"_s;
+        QTest::newRow("364 days") << 364 << u"last met 12 months ago"_s;
+        QTest::newRow("365 days") << 365 << u"last met a year ago"_s;
+        QTest::newRow("800 days") << 800 << u"last met 2 years ago"_s;
+        QTest::newRow("ahead") << -2 << u"meeting on 11/20/26"_s;
+    }
+
+    // Counted in calendar days: late last night is yesterday, not today.
+    void lastMet()
+    {
+        QFETCH(int, daysAgo);
+        QFETCH(QString, words);
+        FixedClock clock(now, testCalendar());
+        const QDateTime lateThatDay =
+            Calendar::current().startOfDay(now.addDays(-daysAgo)).addSecs(23 * 3600 + 59 * 60);
+        QCOMPARE(PeopleListModel::lastMetText(lateThatDay, now), words);
     }
 
     // Typing saves at once when the page moves on, before the debounce would have.

@@ -81,6 +81,8 @@ QVariant PeopleListModel::data(const QModelIndex &index, int role) const
         return row.name;
     case IdRole:
         return row.id;
+    case AsideRole:
+        return row.role.trimmed();
     case DetailRole:
         return detail(row);
     case MarkRole:
@@ -90,6 +92,9 @@ QVariant PeopleListModel::data(const QModelIndex &index, int role) const
     case Qt::ToolTipRole: {
         QString tip = row.openActions == 1 ? tr("1 open action item")
                                            : tr("%1 open action items").arg(row.openActions);
+        if (row.lastMet.isValid())
+            tip = QLocale().toString(Calendar::current().day(row.lastMet), QLocale::LongFormat) +
+                  u" · "_s + tip;
         if (row.isPinned)
             tip = tr("Pinned") + u" · "_s + tip;
         return tip;
@@ -110,10 +115,8 @@ int PeopleListModel::rowOf(const QUuid &id) const
 
 QString PeopleListModel::detail(const Row &row) const
 {
-    QStringList parts;
-    if (!row.role.trimmed().isEmpty())
-        parts.append(row.role.trimmed());
-    parts.append(row.relationship);
+    // The role stands beside the name, where a long title can give way first.
+    QStringList parts{row.relationship};
     if (row.lastMet.isValid())
         parts.append(lastMetText(row.lastMet, m_now));
     return parts.join(u" · "_s);
@@ -143,11 +146,14 @@ QString PeopleListModel::lastMetText(const QDateTime &met, const QDateTime &now)
         return tr("last met yesterday");
     if (days > 1 && days < 7)
         return tr("last met %1 days ago").arg(days);
-    if (days >= 7 && days < 35)
+    if (days >= 7 && days < 60)
         return days < 14 ? tr("last met a week ago") : tr("last met %1 weeks ago").arg(days / 7);
-    const QLocale locale;
-    const QString format = day.year() == calendar.day(now).year() ? u"MMM d"_s : u"MMM d, yyyy"_s;
-    return tr("last met %1").arg(locale.toString(day, format));
+    if (days >= 60 && days < 365)
+        return tr("last met %1 months ago").arg(days / 30);
+    if (days >= 365)
+        return days < 730 ? tr("last met a year ago") : tr("last met %1 years ago").arg(days / 365);
+    // A meeting logged ahead of its day.
+    return tr("meeting on %1").arg(QLocale().toString(day, QLocale::ShortFormat));
 }
 
 QSize TwoLineDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIndex &) const
@@ -220,9 +226,19 @@ void TwoLineDelegate::paint(QPainter *painter, const QStyleOptionViewItem &optio
     painter->setFont(title);
     painter->setPen(text);
     const QRect first(inner.left(), inner.top(), firstRight - inner.left(), metrics.height());
-    painter->drawText(first, Qt::AlignLeft | Qt::AlignVCenter,
-                      QFontMetrics(title).elidedText(index.data(Qt::DisplayRole).toString(),
-                                                     Qt::ElideRight, first.width()));
+    const QFontMetrics titleMetrics(title);
+    const QString name = titleMetrics.elidedText(index.data(Qt::DisplayRole).toString(),
+                                                 Qt::ElideRight, first.width());
+    painter->drawText(first, Qt::AlignLeft | Qt::AlignVCenter, name);
+    const int asideLeft = first.left() + titleMetrics.horizontalAdvance(name) + 8;
+    if (const QString aside = index.data(PeopleListModel::AsideRole).toString();
+        !aside.isEmpty() && asideLeft < first.right() - 20) {
+        painter->setFont(font);
+        painter->setPen(blend(text, window, 0.45));
+        const QRect rest(asideLeft, first.top(), first.right() - asideLeft, first.height());
+        painter->drawText(rest, Qt::AlignLeft | Qt::AlignVCenter,
+                          metrics.elidedText(aside, Qt::ElideRight, rest.width()));
+    }
     painter->setFont(font);
     painter->setPen(blend(text, window, 0.45));
     const QRect second(inner.left(), first.bottom() + 3, inner.width(), metrics.height());

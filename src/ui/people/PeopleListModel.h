@@ -14,7 +14,8 @@ class ModelContext;
 class PeopleListModel : public QAbstractListModel {
     Q_OBJECT
 public:
-    enum Role { IdRole = Qt::UserRole, DetailRole, MarkRole, CountRole };
+    // AsideRole: quiet words after the bold first line; DetailRole: the quiet second line.
+    enum Role { IdRole = Qt::UserRole, AsideRole, DetailRole, MarkRole, CountRole };
 
     struct Row {
         QUuid id;
@@ -40,7 +41,7 @@ public:
 
     // The chosen mark, or the initials of the first and last word of the name.
     static QString mark(const QString &name, const std::optional<QString> &emoji);
-    // "last met today", "last met 3 days ago", "last met Mar 4, 2025".
+    // "last met today", "last met 3 days ago", "last met 4 months ago".
     static QString lastMetText(const QDateTime &met, const QDateTime &now);
 
 private:
@@ -50,7 +51,8 @@ private:
     QDateTime m_now;
 };
 
-// Rows with a bold first line and a quiet second one, like the day list; a round mark in front
+// Rows with a bold first line and a quiet second one, like the day list, the first line's quiet
+// aside after the bold words; a round mark in front
 // when the row has one and a small count at the end when it is above zero.
 class TwoLineDelegate : public QStyledItemDelegate {
 public:

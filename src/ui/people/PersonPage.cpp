@@ -26,6 +26,7 @@
 #include <QListWidget>
 #include <QLocale>
 #include <QMenu>
+#include <QScrollArea>
 #include <QScrollBar>
 #include <QTextBlock>
 #include <QToolButton>
@@ -161,7 +162,20 @@ PersonPage::PersonPage(TovrenApp &app, QWidget *parent)
     m_quiet.append(openLabel);
     openLayout->addWidget(openLabel);
     m_openRows->setSpacing(2);
-    openLayout->addLayout(m_openRows);
+    // A long list of debts scrolls in a few rows' height, so the notes keep their room.
+    auto *openScroll = new QScrollArea(m_openSection);
+    openScroll->setFrameShape(QFrame::NoFrame);
+    openScroll->setWidgetResizable(true);
+    openScroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    openScroll->setMaximumHeight(5 * (fontMetrics().height() + 12));
+    openScroll->setSizeAdjustPolicy(QAbstractScrollArea::AdjustToContents);
+    auto *openList = new QWidget(openScroll);
+    openList->setBackgroundRole(QPalette::Base);
+    openList->setLayout(m_openRows);
+    m_openRows->setContentsMargins(0, 0, 0, 0);
+    openScroll->setWidget(openList);
+    openScroll->viewport()->setBackgroundRole(QPalette::Base);
+    openLayout->addWidget(openScroll);
 
     // The meetings, and the chosen one's note with its action items.
     m_timeline->setObjectName(u"meetingTimeline"_s);
@@ -542,6 +556,11 @@ QWidget *PersonPage::actionRow(const std::shared_ptr<ActionItem> &item, bool say
     layout->setSpacing(8);
     auto *box = new QCheckBox(item->title, row);
     box->setChecked(item->isCompleted);
+    // The style draws the box's edge from the window colour, which on a dark page is no edge.
+    QPalette boxPalette = box->palette();
+    boxPalette.setColor(QPalette::Window, blend(palette().color(QPalette::Text),
+                                                palette().color(QPalette::Base), 0.35));
+    box->setPalette(boxPalette);
     QFont font = box->font();
     font.setStrikeOut(item->isCompleted);
     box->setFont(font);
