@@ -274,17 +274,10 @@ QString addActionItem(const QJsonObject &arguments, ModelContext &context)
     const auto meetings = PeopleQueries::realMeetings(*person);
     std::shared_ptr<Meeting> target = meetings.isEmpty() ? nullptr : meetings.first();
     if (!target) {
-        // The person's empty scratchpad takes the item if they have one, so that there is
-        // still only one; a new one is dated now.
-        const auto all = person->meetings();
-        const auto scratchpad =
-            std::find_if(all.cbegin(), all.cend(), [](const auto &m) { return m->isScratchpad; });
-        if (scratchpad != all.cend()) {
-            target = *scratchpad;
-        } else {
-            target = std::make_shared<Meeting>(person, Clock::now(), QString(), true);
-            context.insert(target);
-        }
+        // Always a new scratchpad dated now, even beside an empty one: the timeline's tidy-up
+        // folds the two together when the person's page next opens.
+        target = std::make_shared<Meeting>(person, Clock::now(), QString(), true);
+        context.insert(target);
     }
     context.insert(std::make_shared<ActionItem>(title, target, due));
     context.trySave();

@@ -199,10 +199,10 @@ private slots:
             "> get_person {'name':'Kim Lo'}\n# Kim Lo\nRelationship: Other\n\n## Recent meetings\n"
             "### Jan 5, 2026\n\nAction items:\n- [ ] Call\n- [ ] Follow up\n"
             "> get_meetings {'person_name':'Kim Lo'}\nNo meetings matched."_s);
-        row("add_action_item: an empty scratchpad takes it",
+        row("add_action_item: a new scratchpad beside an empty one",
             u"> add_action_item {'person_name':'Ana Ito','title':'Share'}\n"
             "Added action for Ana Ito: Share\n"
-            "> get_people\n- Ana Ito · last met Jan 1, 4001 · 1 open action\n"_s +
+            "> get_people\n- Ana Ito · last met Jan 5, 2026 · 1 open action\n"_s +
                 people);
         row("add_action_item: refusals",
             u"> add_action_item {'person_name':'Dan','title':'x'}\n"
