@@ -107,7 +107,10 @@ PeopleScreen::PeopleScreen(TovrenApp &app, QWidget *parent)
     // Every save, whoever made it (an assistant's tool, this page), shows here at once.
     m_refreshTimer.setSingleShot(true);
     connect(&m_refreshTimer, &QTimer::timeout, this, &PeopleScreen::reload);
-    connect(&app.mainContext(), &ModelContext::didSave, this, [this] { m_refreshTimer.start(0); });
+    connect(&app.mainContext(), &ModelContext::didSave, this, [this] {
+        if (!m_page->isSavingNote())
+            m_refreshTimer.start(0);
+    });
     connect(&NoticeCenter::shared(), &NoticeCenter::posted, this, [this](const QString &name) {
         if (name == QLatin1StringView(Notices::dataErased))
             m_refreshTimer.start(0);

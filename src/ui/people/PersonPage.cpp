@@ -100,6 +100,7 @@ PersonPage::PersonPage(TovrenApp &app, QWidget *parent)
     , m_detail(new QLabel(this))
     , m_newNote(headerButton(tr("New 1:1 Note"), this))
     , m_openSection(new QWidget(this))
+    , m_openScroll(new QScrollArea(m_openSection))
     , m_openRows(new QVBoxLayout)
     , m_timeline(new QListWidget(this))
     , m_noteTitle(new QLabel(this))
@@ -163,12 +164,10 @@ PersonPage::PersonPage(TovrenApp &app, QWidget *parent)
     openLayout->addWidget(openLabel);
     m_openRows->setSpacing(2);
     // A long list of debts scrolls in a few rows' height, so the notes keep their room.
-    auto *openScroll = new QScrollArea(m_openSection);
+    QScrollArea *openScroll = m_openScroll;
     openScroll->setFrameShape(QFrame::NoFrame);
     openScroll->setWidgetResizable(true);
     openScroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    openScroll->setMaximumHeight(5 * (fontMetrics().height() + 12));
-    openScroll->setSizeAdjustPolicy(QAbstractScrollArea::AdjustToContents);
     auto *openList = new QWidget(openScroll);
     openList->setBackgroundRole(QPalette::Base);
     openList->setLayout(m_openRows);
@@ -376,7 +375,12 @@ void PersonPage::save()
     if (m_meeting->notes != text) {
         m_meeting->notes = text;
         m_meeting->updatedAt = Clock::now();
+        // Nothing but these words changed: the page needs no reading again, only its preview.
+        m_savingNote = true;
         m_app.mainContext().trySave();
+        m_savingNote = false;
+        if (QListWidgetItem *row = m_timeline->item(int(m_meetings.indexOf(m_meeting))))
+            row->setData(PeopleListModel::DetailRole, preview(*m_meeting));
     }
 }
 
@@ -486,38 +490,40 @@ void PersonPage::updateNoteTitle()
     }
 }
 
+QString PersonPage::preview(const Meeting &meeting)
+{
+    const QString words = JournalSidebar::cleanedContent(meeting.notes);
+    if (!words.isEmpty())
+        return words;
+    return meeting.isScratchpad ? tr("Nothing noted yet") : tr("No notes");
+}
+
 void PersonPage::fillTimeline()
 {
     m_meetings = m_person ? m_person->meetings() : QList<std::shared_ptr<Meeting>>();
     // The next 1:1 sorts first by its far-off date, then the newest meeting.
     std::stable_sort(m_meetings.begin(), m_meetings.end(),
                      [](const auto &a, const auto &b) { return a->date > b->date; });
+    // Read per meeting: a person has a few dozen items, the store tens of thousands.
+    m_items.clear();
+    for (const auto &meeting : std::as_const(m_meetings))
+        m_items.append(meeting->actionItems());
     const bool wasFilling = std::exchange(m_filling, true);
     const int scroll = m_timeline->verticalScrollBar()->value();
     m_timeline->clear();
-    QHash<const Meeting *, qsizetype> open;
-    if (m_person) {
-        for (const auto &item : m_app.mainContext().tryFetch<ActionItem>(
-                 {field(&ActionItem::isCompleted) == false, {}, {}})) {
-            if (item->meeting && item->meeting->person == m_person)
-                ++open[item->meeting.get()];
-        }
-    }
     for (const auto &meeting : std::as_const(m_meetings)) {
         auto *row = new QListWidgetItem(m_timeline);
-        QString preview = JournalSidebar::cleanedContent(meeting->notes);
         if (meeting->isScratchpad) {
             row->setText(tr("Next 1:1"));
-            if (preview.isEmpty())
-                preview = tr("Nothing noted yet");
         } else {
             row->setText(shortDate(meeting->date));
             row->setToolTip(longDate(meeting->date));
-            if (preview.isEmpty())
-                preview = tr("No notes");
         }
-        row->setData(PeopleListModel::DetailRole, preview);
-        row->setData(PeopleListModel::CountRole, open.value(meeting.get()));
+        row->setData(PeopleListModel::DetailRole, preview(*meeting));
+        row->setData(PeopleListModel::CountRole,
+                     std::count_if(m_items.cbegin(), m_items.cend(), [&](const auto &item) {
+                         return item->meeting == meeting && !item->isCompleted;
+                     }));
     }
     m_timeline->setCurrentRow(int(m_meetings.indexOf(m_meeting)));
     m_timeline->verticalScrollBar()->setValue(scroll);
@@ -528,16 +534,8 @@ void PersonPage::fillActions()
 {
     clearRows(m_openRows);
     clearRows(m_meetingRows);
-    if (!m_person) {
-        m_openSection->hide();
-        return;
-    }
-    const auto items = m_app.mainContext().tryFetch<ActionItem>(
-        {{}, {field(&ActionItem::createdAt).ascending()}, {}});
     int open = 0;
-    for (const auto &item : items) {
-        if (!item->meeting || item->meeting->person != m_person)
-            continue;
+    for (const auto &item : std::as_const(m_items)) {
         if (!item->isCompleted) {
             m_openRows->addWidget(actionRow(item, true));
             ++open;
@@ -546,6 +544,11 @@ void PersonPage::fillActions()
             m_meetingRows->addWidget(actionRow(item, false));
     }
     m_openSection->setVisible(open > 0);
+    if (open > 0) {
+        const int rowHeight =
+            m_openRows->itemAt(0)->widget()->sizeHint().height() + m_openRows->spacing();
+        m_openScroll->setFixedHeight(std::min(open, 5) * rowHeight);
+    }
 }
 
 QWidget *PersonPage::actionRow(const std::shared_ptr<ActionItem> &item, bool sayWhichMeeting)

@@ -15,6 +15,7 @@ class QCheckBox;
 class QLabel;
 class QLineEdit;
 class QListWidget;
+class QScrollArea;
 class QToolButton;
 class QVBoxLayout;
 class TovrenApp;
@@ -48,6 +49,8 @@ public:
     // open note elsewhere join the typing.
     void refresh();
     void focusNote();
+    // True while the page saves its own note, which changes nothing else on the screen.
+    bool isSavingNote() const { return m_savingNote; }
 
     JournalTextEdit *editor() const { return m_editor; }
     QListWidget *timeline() const { return m_timeline; }
@@ -75,21 +78,26 @@ private:
     void chooseAnotherDate();
     QWidget *actionRow(const std::shared_ptr<ActionItem> &item, bool sayWhichMeeting);
     std::shared_ptr<Meeting> scratchpad() const;
+    static QString preview(const Meeting &meeting);
 
     TovrenApp &m_app;
     std::shared_ptr<Person> m_person;
     std::shared_ptr<Meeting> m_meeting;
     QList<std::shared_ptr<Meeting>> m_meetings;
+    // The action items of those meetings, meeting by meeting, each meeting's oldest first.
+    QList<std::shared_ptr<ActionItem>> m_items;
     // The note's stored text as this page last read or wrote it.
     QString m_base;
     bool m_dirty = false;
     bool m_filling = false;
+    bool m_savingNote = false;
 
     QLabel *m_mark;
     QLabel *m_name;
     QLabel *m_detail;
     QToolButton *m_newNote;
     QWidget *m_openSection;
+    QScrollArea *m_openScroll;
     QVBoxLayout *m_openRows;
     QListWidget *m_timeline;
     QLabel *m_noteTitle;
