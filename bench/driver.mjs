@@ -317,7 +317,7 @@ async function firstPage(store) {
         }
         samples.push(shown);
     }
-    record('start to first journal page', 'ms', samples, { target: '<= 200' });
+    record('start to first journal page', 'ms', samples, { target: '<= 60' });
 }
 
 async function headlessStartAndMemory(store) {
@@ -343,8 +343,8 @@ async function headlessStartAndMemory(store) {
         await stopTovren(window);
         box.remove();
     }
-    record('tovren --headless start to listener ready', 'ms', ready);
-    record('resident memory, headless, idle after start', 'MiB', headlessMemory, { target: '<= 60' });
+    record('tovren --headless start to listener ready', 'ms', ready, { target: '<= 20' });
+    record('resident memory, headless, idle after start', 'MiB', headlessMemory, { target: '<= 30' });
     if (windowMemory.length) record('resident memory, window, idle after start', 'MiB', windowMemory, { target: '<= 60' });
 }
 
@@ -440,7 +440,7 @@ function printTable(tovrenResults, peerResults) {
             continue;
         }
         const extra = { target: undefined };
-        if (name === 'get_entries 14 days p99') extra.target = '<= 2';
+        if (name === 'get_entries 14 days p99') extra.target = '<= 1';
         if (name === 'reads/s, 1 connection, 1 in flight' || name === 'reads/s, 1 connection, 8 in flight')
             extra.target = '>= 10000';
         const peer = peerResults?.[name];
