@@ -133,8 +133,7 @@ private slots:
         People people;
         QVERIFY(people.screen->emptyState()->isVisible());
         QCOMPARE(people.screen->emptyState()->findChild<QLabel *>(u"emptySentence"_s)->text(),
-                 u"Add the people you meet with to keep your 1:1 notes and what you owe each "
-                 u"other."_s);
+                 u"Add the people you meet with to keep your 1:1 notes and action items."_s);
         QCOMPARE(QApplication::focusWidget(), people.screen->list());
 
         fillNextDialog({{u"name"_s, u"  Dana Reyes "_s},

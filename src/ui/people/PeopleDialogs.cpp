@@ -26,7 +26,9 @@ W *named(W *widget, const QString &name)
 // Cancel and the accepting button, which Return presses.
 QDialogButtonBox *addButtons(QDialog &dialog, QLayout *layout, const QString &acceptLabel)
 {
-    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Cancel, &dialog);
+    // Both buttons plain words: the style gives a standard Cancel an icon the other lacks.
+    auto *buttons = new QDialogButtonBox(&dialog);
+    buttons->addButton(QObject::tr("Cancel"), QDialogButtonBox::RejectRole);
     buttons->addButton(acceptLabel, QDialogButtonBox::AcceptRole)->setDefault(true);
     QObject::connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
     QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);

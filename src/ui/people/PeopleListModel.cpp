@@ -188,7 +188,7 @@ void TwoLineDelegate::paint(QPainter *painter, const QStyleOptionViewItem &optio
         const int size = metrics.height() * 2;
         const QRect circle(inner.left(), inner.top() + (inner.height() - size) / 2, size, size);
         painter->setPen(Qt::NoPen);
-        painter->setBrush(blend(window, accent, 0.18));
+        painter->setBrush(blend(window, accent, selected ? 0.4 : 0.18));
         painter->drawEllipse(circle);
         QFont markFont = font;
         markFont.setWeight(QFont::DemiBold);

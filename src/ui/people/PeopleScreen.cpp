@@ -79,13 +79,10 @@ PeopleScreen::PeopleScreen(TovrenApp &app, QWidget *parent)
     m_empty->setBackgroundRole(QPalette::Base);
     auto *emptyLayout = new QVBoxLayout(m_empty);
     emptyLayout->addStretch(1);
+    // One line: a wrapped label under a centring alignment gets too little height.
     auto *sentence = new QLabel(
-        tr("Add the people you meet with to keep your 1:1 notes and what you owe each other."),
-        m_empty);
+        tr("Add the people you meet with to keep your 1:1 notes and action items."), m_empty);
     sentence->setObjectName(u"emptySentence"_s);
-    sentence->setWordWrap(true);
-    sentence->setAlignment(Qt::AlignCenter);
-    sentence->setMaximumWidth(420);
     auto *addFirst = new QPushButton(tr("Add a person"), m_empty);
     addFirst->setObjectName(u"addFirstPerson"_s);
     connect(addFirst, &QPushButton::clicked, this, &PeopleScreen::newPerson);

@@ -26,6 +26,7 @@
 #include <QListWidget>
 #include <QLocale>
 #include <QMenu>
+#include <QPainter>
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QTextBlock>
@@ -160,7 +161,7 @@ PersonPage::PersonPage(TovrenApp &app, QWidget *parent)
     openLayout->setContentsMargins(0, 4, 0, 4);
     openLayout->setSpacing(4);
     auto *openLabel = sectionLabel(tr("Open actions"), m_openSection);
-    m_quiet.append(openLabel);
+    openLabel->setForegroundRole(QPalette::PlaceholderText);
     openLayout->addWidget(openLabel);
     m_openRows->setSpacing(2);
     // A long list of debts scrolls in a few rows' height, so the notes keep their room.
@@ -195,7 +196,8 @@ PersonPage::PersonPage(TovrenApp &app, QWidget *parent)
     titleFont.setWeight(QFont::DemiBold);
     m_noteTitle->setFont(titleFont);
     m_noteHint->setWordWrap(true);
-    m_quiet.append({m_detail, m_noteHint});
+    m_detail->setForegroundRole(QPalette::PlaceholderText);
+    m_noteHint->setForegroundRole(QPalette::PlaceholderText);
     m_actionField->setObjectName(u"newAction"_s);
     m_actionField->setPlaceholderText(tr("Add an action item and press Return"));
     m_actionField->setClearButtonEnabled(true);
@@ -215,7 +217,7 @@ PersonPage::PersonPage(TovrenApp &app, QWidget *parent)
     auto *noteFoot = new QVBoxLayout;
     noteFoot->setSpacing(4);
     auto *itemsLabel = sectionLabel(tr("Action items from this note"), this);
-    m_quiet.append(itemsLabel);
+    itemsLabel->setForegroundRole(QPalette::PlaceholderText);
     noteFoot->addWidget(itemsLabel);
     m_meetingRows->setSpacing(2);
     noteFoot->addLayout(m_meetingRows);
@@ -263,8 +265,9 @@ PersonPage::PersonPage(TovrenApp &app, QWidget *parent)
     };
     services.report = [this](const QString &message) { m_noteHint->setText(message); };
     m_editor->setServices(std::move(services));
+    m_editor->setPlaceholderText(
+        tr("What to talk about, what was said. Type / for headings, lists, checklists and more."));
     connect(m_editor, &JournalTextEdit::edited, this, &PersonPage::onEdited);
-    applyPalette();
 }
 
 PersonPage::~PersonPage()
@@ -272,28 +275,11 @@ PersonPage::~PersonPage()
     save();
 }
 
-void PersonPage::applyPalette()
-{
-    const QColor muted =
-        blend(palette().color(QPalette::Text), palette().color(QPalette::Base), 0.45);
-    for (QLabel *label : std::as_const(m_quiet)) {
-        QPalette quiet = label->palette();
-        quiet.setColor(QPalette::WindowText, muted);
-        label->setPalette(quiet);
-    }
-    QPalette markPalette = m_mark->palette();
-    markPalette.setColor(QPalette::Window, blend(palette().color(QPalette::Base),
-                                                 palette().color(QPalette::Highlight), 0.18));
-    m_mark->setPalette(markPalette);
-    m_mark->setAutoFillBackground(false);
-    m_mark->setStyleSheet(u"QLabel { background: palette(window); border-radius: 26px; }"_s);
-}
-
 void PersonPage::changeEvent(QEvent *event)
 {
     QWidget::changeEvent(event);
     if (event->type() == QEvent::PaletteChange)
-        applyPalette();
+        updateHeader();
 }
 
 void PersonPage::showPerson(const std::shared_ptr<Person> &person)
@@ -459,7 +445,24 @@ void PersonPage::updateHeader()
         m_detail->clear();
         return;
     }
-    m_mark->setText(PeopleListModel::mark(m_person->name, m_person->emoji));
+    // The mark on a round patch of the accent, drawn as one picture.
+    const int size = m_mark->width();
+    const qreal ratio = devicePixelRatioF();
+    QPixmap picture(QSize(size, size) * ratio);
+    picture.setDevicePixelRatio(ratio);
+    picture.fill(Qt::transparent);
+    QPainter painter(&picture);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(
+        blend(palette().color(QPalette::Base), palette().color(QPalette::Highlight), 0.18));
+    painter.drawEllipse(QRectF(0, 0, size, size));
+    painter.setFont(m_mark->font());
+    painter.setPen(palette().color(QPalette::Text));
+    painter.drawText(QRect(0, 0, size, size), Qt::AlignCenter,
+                     PeopleListModel::mark(m_person->name, m_person->emoji));
+    painter.end();
+    m_mark->setPixmap(picture);
     m_name->setText(m_person->name);
     QStringList parts;
     if (!m_person->role.trimmed().isEmpty())
@@ -581,10 +584,7 @@ QWidget *PersonPage::actionRow(const std::shared_ptr<ActionItem> &item, bool say
                          : tr("from %1").arg(shortDate(item->meeting->date)));
     }
     auto *label = new QLabel(notes.join(u" · "_s), row);
-    QPalette quiet = label->palette();
-    quiet.setColor(QPalette::WindowText,
-                   blend(palette().color(QPalette::Text), palette().color(QPalette::Base), 0.45));
-    label->setPalette(quiet);
+    label->setForegroundRole(QPalette::PlaceholderText);
     layout->addWidget(label);
     layout->addStretch(1);
     auto *more = headerButton(u"⋯"_s, row);

@@ -74,7 +74,6 @@ private:
     void fillActions();
     void updateHeader();
     void updateNoteTitle();
-    void applyPalette();
     void chooseAnotherDate();
     QWidget *actionRow(const std::shared_ptr<ActionItem> &item, bool sayWhichMeeting);
     std::shared_ptr<Meeting> scratchpad() const;
@@ -105,5 +104,4 @@ private:
     JournalTextEdit *m_editor;
     QVBoxLayout *m_meetingRows;
     QLineEdit *m_actionField;
-    QList<QLabel *> m_quiet;
 };
