@@ -17,6 +17,7 @@
 #include "writing/EditorLink.h"
 
 #include <QApplication>
+#include <QCalendarWidget>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDateEdit>
@@ -59,6 +60,8 @@ void fillNextDialog(const QVariantMap &fields)
                 box->setChecked(it->toBool());
             else if (auto *date = qobject_cast<QDateEdit *>(field))
                 date->setDate(it->toDate());
+            else if (auto *calendar = qobject_cast<QCalendarWidget *>(field))
+                calendar->setSelectedDate(it->toDate());
         }
         auto *buttons = modal->findChild<QDialogButtonBox *>();
         for (QAbstractButton *button : buttons->buttons()) {
@@ -318,14 +321,20 @@ private slots:
         QVERIFY(people.page()->meeting()->isScratchpad);
         const auto pad = people.page()->meeting();
         QTest::keyClicks(people.editor(), u"Raise the budget"_s);
+        // "New 1:1 Note" › "Another Day…", as the user picks a day.
         const QDate day(2026, 11, 16);
-        people.page()->newNote(day);
+        fillNextDialog({{u"date"_s, day}});
+        for (QToolButton *button : people.page()->findChildren<QToolButton *>()) {
+            if (button->text() == u"New 1:1 Note"_s)
+                button->menu()->actions().at(1)->trigger();
+        }
         const auto note = people.page()->meeting();
         QVERIFY(!note->isScratchpad);
         QCOMPARE(Calendar::current().day(note->date), day);
         QCOMPARE(note->notes, u"Raise the budget"_s);
         QCOMPARE(pad->notes, QString());
-        QCOMPARE(QApplication::focusWidget(), people.editor());
+        // Where the keys go when the window is active again after the form.
+        QCOMPARE(people.screen->focusWidget(), people.editor());
         people.page()->newNote(day);
         QCOMPARE(people.page()->meeting(), note);
         QCOMPARE(people.page()->meetings().size(), 2);
@@ -452,7 +461,23 @@ private slots:
         QTest::keyClick(people.window.get(), Qt::Key_N, Qt::ControlModifier);
         QCOMPARE(screen->page()->person()->name, u"Cy"_s);
         QCOMPARE(people.context().fetchCount<Person>(), 3);
-        Q_UNUSED(ana);
+
+        // A person link inside a 1:1 note, with the tab already open.
+        EditorLink::follow(EditorLink::personLink(ana->id.toString(QUuid::WithoutBraces)),
+                           people.app.preferences());
+        QCOMPARE(screen->page()->person(), ana);
+
+        // Edit… renames and pins: the person moves to the top of the list.
+        fillNextDialog({{u"name"_s, u"Ana Ito"_s}, {u"pinned"_s, true}});
+        for (QToolButton *button : screen->page()->findChildren<QToolButton *>()) {
+            if (button->text() == u"Edit…"_s)
+                button->click();
+        }
+        QCOMPARE(ana->name, u"Ana Ito"_s);
+        QVERIFY(ana->isPinned);
+        QVERIFY(!people.context().hasChanges());
+        QCOMPARE(screen->model()->index(0).data().toString(), u"Ana Ito"_s);
+        QCOMPARE(screen->page()->person(), ana);
     }
 };
 
