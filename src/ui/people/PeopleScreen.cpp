@@ -101,22 +101,24 @@ PeopleScreen::PeopleScreen(TovrenApp &app, QWidget *parent)
 
     connect(m_page, &PersonPage::editRequested, this, &PeopleScreen::editPerson);
     connect(m_page, &PersonPage::deleteRequested, this, &PeopleScreen::deletePerson);
-    // Every save, whoever made it (an assistant's tool, this page), shows here at once.
+    // Every save, whoever made it (an assistant's tool, this page), shows here at once. While the
+    // tab is hidden nothing is read: the journal saves as the user types, and showing the tab
+    // reads everything afresh anyway.
     m_refreshTimer.setSingleShot(true);
     connect(&m_refreshTimer, &QTimer::timeout, this, &PeopleScreen::reload);
     connect(&app.mainContext(), &ModelContext::didSave, this, [this] {
-        if (!m_page->isSavingNote())
+        if (isVisible() && !m_page->isSavingNote())
             m_refreshTimer.start(0);
     });
     connect(&NoticeCenter::shared(), &NoticeCenter::posted, this, [this](const QString &name) {
-        if (name == QLatin1StringView(Notices::dataErased))
+        if (isVisible() && name == QLatin1StringView(Notices::dataErased))
             m_refreshTimer.start(0);
     });
     app.preferences().onChanged(Prefs::peopleSelectPersonId.name, this, [this] {
         if (isVisible())
             takeRequestedPerson();
     });
-    reload();
+    // The people are read when the tab first shows, not behind the first journal page.
 }
 
 PeopleScreen::~PeopleScreen()
