@@ -34,19 +34,6 @@ const QString mentionAndTagAdvice =
     "project or theme with a one-word #tag, reusing one from get_tags rather than inventing a "
     "near-duplicate."_s;
 
-QJsonObject property(const QString &type, const QString &description)
-{
-    return QJsonObject{{"type"_L1, type}, {"description"_L1, description}};
-}
-
-QJsonObject schema(const QJsonObject &properties, const QStringList &required = {})
-{
-    QJsonObject object{{"type"_L1, u"object"_s}, {"properties"_L1, properties}};
-    if (!required.isEmpty())
-        object.insert("required"_L1, QJsonArray::fromStringList(required));
-    return object;
-}
-
 const QString isoDate = u"ISO-8601 date (YYYY-MM-DD). Defaults to today."_s;
 
 // One day's rows, oldest first; a failed fetch is an empty day.
@@ -288,29 +275,30 @@ void registerAll(MCPTools &tools, JournalDraftStore &drafts, const Preferences &
 {
     const MCPToolGroup::Group journal = MCPToolGroup::Group::journal;
 
-    tools.add(journal,
-              MCPTool{u"get_entries"_s,
-                      u"Return journal entries within a date range as markdown. Defaults to the "
-                      "last 14 days when no range is provided. Use this when the user asks what "
-                      "they worked on or wants context grounded in their actual writing."_s,
-                      schema(QJsonObject{
-                          {"from"_L1, property(u"string"_s, u"ISO-8601 date (YYYY-MM-DD). "
-                                                            "Inclusive lower bound."_s)},
-                          {"to"_L1, property(u"string"_s, u"ISO-8601 date (YYYY-MM-DD). "
-                                                          "Inclusive upper bound."_s)},
-                          {"limit"_L1, property(u"integer"_s, u"Maximum entries to return "
-                                                              "(default 50, max 200)."_s)}}),
-                      [&drafts](const QJsonObject &arguments, ModelContext &context) {
-                          return getEntries(arguments, context, drafts);
-                      },
-                      {}});
+    tools.add(
+        journal,
+        MCPTool{u"get_entries"_s,
+                u"Return journal entries within a date range as markdown. Defaults to the "
+                "last 14 days when no range is provided. Use this when the user asks what "
+                "they worked on or wants context grounded in their actual writing."_s,
+                ToolSchema::schema(QJsonObject{
+                    {"from"_L1, ToolSchema::property(u"string"_s, u"ISO-8601 date (YYYY-MM-DD). "
+                                                                  "Inclusive lower bound."_s)},
+                    {"to"_L1, ToolSchema::property(u"string"_s, u"ISO-8601 date (YYYY-MM-DD). "
+                                                                "Inclusive upper bound."_s)},
+                    {"limit"_L1, ToolSchema::property(u"integer"_s, u"Maximum entries to return "
+                                                                    "(default 50, max 200)."_s)}}),
+                [&drafts](const QJsonObject &arguments, ModelContext &context) {
+                    return getEntries(arguments, context, drafts);
+                },
+                {}});
 
     tools.add(journal,
               MCPTool{u"get_journal_template"_s,
                       u"The headings the user's days are organised under. Call before writing "
                       "so text goes under the right heading, not the bottom. No sections means "
                       "free-form prose."_s,
-                      schema(QJsonObject()),
+                      ToolSchema::schema(QJsonObject()),
                       [&preferences](const QJsonObject &, ModelContext &) {
                           return getJournalTemplate(preferences);
                       },
@@ -328,17 +316,19 @@ void registerAll(MCPTools &tools, JournalDraftStore &drafts, const Preferences &
     tools.add(
         journal,
         MCPTool{u"add_journal_entry"_s, describeAdd(),
-                schema(QJsonObject{{"content"_L1,
-                                    property(u"string"_s, u"Markdown to add to that day. Do not "
-                                                          "repeat the section heading; name it in "
-                                                          "'section' instead."_s)},
-                                   {"section"_L1,
-                                    property(u"string"_s,
-                                             u"Which of the user's template headings this belongs "
-                                             "under, written exactly as the template spells it. "
-                                             "Required when the user has a template."_s)},
-                                   {"date"_L1, property(u"string"_s, isoDate)}},
-                       {u"content"_s}),
+                ToolSchema::schema(
+                    QJsonObject{
+                        {"content"_L1,
+                         ToolSchema::property(u"string"_s, u"Markdown to add to that day. Do not "
+                                                           "repeat the section heading; name it in "
+                                                           "'section' instead."_s)},
+                        {"section"_L1,
+                         ToolSchema::property(u"string"_s,
+                                              u"Which of the user's template headings this belongs "
+                                              "under, written exactly as the template spells it. "
+                                              "Required when the user has a template."_s)},
+                        {"date"_L1, ToolSchema::property(u"string"_s, isoDate)}},
+                    {u"content"_s}),
                 [&drafts, &preferences](const QJsonObject &arguments, ModelContext &context) {
                     return addJournalEntry(arguments, context, drafts, preferences);
                 },
@@ -353,14 +343,16 @@ void registerAll(MCPTools &tools, JournalDraftStore &drafts, const Preferences &
             "expected_current; the call fails if the day changed since. To merely add "
             "text, use add_journal_entry. "_s +
                 mentionAndTagAdvice,
-            schema(QJsonObject{{"content"_L1,
-                                property(u"string"_s, u"Full replacement text for the day, "
-                                                      "Markdown."_s)},
-                               {"expected_current"_L1,
-                                property(u"string"_s, u"The day's text as last read. Rejected if "
-                                                      "it no longer matches."_s)},
-                               {"date"_L1, property(u"string"_s, isoDate)}},
-                   {u"content"_s, u"expected_current"_s}),
+            ToolSchema::schema(
+                QJsonObject{
+                    {"content"_L1,
+                     ToolSchema::property(u"string"_s, u"Full replacement text for the day, "
+                                                       "Markdown."_s)},
+                    {"expected_current"_L1,
+                     ToolSchema::property(u"string"_s, u"The day's text as last read. Rejected if "
+                                                       "it no longer matches."_s)},
+                    {"date"_L1, ToolSchema::property(u"string"_s, isoDate)}},
+                {u"content"_s, u"expected_current"_s}),
             [&drafts](const QJsonObject &arguments, ModelContext &context) {
                 return updateJournalEntry(arguments, context, drafts);
             },

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 
@@ -22,3 +24,23 @@ struct MCPTool {
     // the catalogue is read, instead of the fixed text above.
     std::function<QString()> describe;
 };
+
+// The pieces of an input schema, as the tool rows write them.
+namespace ToolSchema {
+
+inline QJsonObject property(const QString &type, const QString &description)
+{
+    return QJsonObject{{QLatin1StringView("type"), type},
+                       {QLatin1StringView("description"), description}};
+}
+
+inline QJsonObject schema(const QJsonObject &properties, const QStringList &required = {})
+{
+    QJsonObject object{{QLatin1StringView("type"), QStringLiteral("object")},
+                       {QLatin1StringView("properties"), properties}};
+    if (!required.isEmpty())
+        object.insert(QLatin1StringView("required"), QJsonArray::fromStringList(required));
+    return object;
+}
+
+} // namespace ToolSchema

@@ -26,19 +26,6 @@ namespace {
 
 using People = QList<std::shared_ptr<Person>>;
 
-QJsonObject property(const QString &type, const QString &description)
-{
-    return QJsonObject{{"type"_L1, type}, {"description"_L1, description}};
-}
-
-QJsonObject schema(const QJsonObject &properties, const QStringList &required = {})
-{
-    QJsonObject object{{"type"_L1, u"object"_s}, {"properties"_L1, properties}};
-    if (!required.isEmpty())
-        object.insert("required"_L1, QJsonArray::fromStringList(required));
-    return object;
-}
-
 // The locale's long date with the weekday gone and the month abbreviated: "Jan 5, 2026".
 QString datePattern(bool withYear)
 {
@@ -316,16 +303,17 @@ void registerAll(MCPTools &tools)
     add(u"get_people"_s,
         u"List everyone in the user's People tab (1:1 partners). Each row includes name, role, "
         "relationship, last-meeting date, and open action-item count."_s,
-        schema(QJsonObject()),
+        ToolSchema::schema(QJsonObject()),
         [](const QJsonObject &, ModelContext &context) { return getPeople(context); });
 
     add(u"get_person"_s,
         u"Return a single person's profile plus their last N meetings (notes + action items). "
         "Use this when the user is preparing for a 1:1 or asking about someone specific."_s,
-        schema(
-            QJsonObject{
-                {"name"_L1, property(u"string"_s, u"Person's name (case-insensitive)."_s)},
-                {"meeting_limit"_L1, property(u"integer"_s, u"Number of recent meetings to include "
+        ToolSchema::schema(
+            QJsonObject{{"name"_L1,
+                         ToolSchema::property(u"string"_s, u"Person's name (case-insensitive)."_s)},
+                        {"meeting_limit"_L1,
+                         ToolSchema::property(u"integer"_s, u"Number of recent meetings to include "
                                                             "(default 5, max 20)."_s)}},
             {u"name"_s}),
         getPerson);
@@ -333,60 +321,68 @@ void registerAll(MCPTools &tools)
     add(u"add_person"_s,
         u"Add a new person to the user's People tab. Use when the user explicitly asks to start "
         "tracking someone new for 1:1s."_s,
-        schema(QJsonObject{{"name"_L1, property(u"string"_s, u"Full name."_s)},
-                           {"role"_L1, property(u"string"_s, u"Job title or role."_s)},
-                           {"email"_L1, property(u"string"_s, u"Optional email."_s)},
-                           {"relationship"_L1,
-                            property(u"string"_s, u"One of: manager, report, peer, mentor, "
-                                                  "mentee, skip-level, other."_s)}},
-               {u"name"_s}),
+        ToolSchema::schema(
+            QJsonObject{
+                {"name"_L1, ToolSchema::property(u"string"_s, u"Full name."_s)},
+                {"role"_L1, ToolSchema::property(u"string"_s, u"Job title or role."_s)},
+                {"email"_L1, ToolSchema::property(u"string"_s, u"Optional email."_s)},
+                {"relationship"_L1,
+                 ToolSchema::property(u"string"_s, u"One of: manager, report, peer, mentor, "
+                                                   "mentee, skip-level, other."_s)}},
+            {u"name"_s}),
         addPerson);
 
     add(u"get_meetings"_s,
         u"Return logged meetings, optionally filtered by person and/or date range. Newest "
         "first."_s,
-        schema(QJsonObject{
-            {"person_name"_L1, property(u"string"_s, u"Optional. Filter to a single person."_s)},
-            {"from"_L1, property(u"string"_s, u"ISO date lower bound."_s)},
-            {"to"_L1, property(u"string"_s, u"ISO date upper bound."_s)},
-            {"limit"_L1, property(u"integer"_s, u"Default 20, max 100."_s)}}),
+        ToolSchema::schema(QJsonObject{
+            {"person_name"_L1,
+             ToolSchema::property(u"string"_s, u"Optional. Filter to a single person."_s)},
+            {"from"_L1, ToolSchema::property(u"string"_s, u"ISO date lower bound."_s)},
+            {"to"_L1, ToolSchema::property(u"string"_s, u"ISO date upper bound."_s)},
+            {"limit"_L1, ToolSchema::property(u"integer"_s, u"Default 20, max 100."_s)}}),
         getMeetings);
 
     add(u"log_meeting"_s,
         u"Log a meeting note against a person in the user's People tab. Person is matched by "
         "case-insensitive name. Refuses if the person doesn't exist. Claude shouldn't be "
         "creating new people on the user's behalf."_s,
-        schema(
-            QJsonObject{{"person_name"_L1,
-                         property(u"string"_s, u"Existing person's name as recorded in the "
-                                               "People tab."_s)},
-                        {"notes"_L1, property(u"string"_s, u"Markdown notes from the meeting."_s)},
-                        {"date"_L1, property(u"string"_s, u"ISO-8601 date (YYYY-MM-DD). "
-                                                          "Defaults to today."_s)}},
+        ToolSchema::schema(
+            QJsonObject{
+                {"person_name"_L1,
+                 ToolSchema::property(u"string"_s, u"Existing person's name as recorded in the "
+                                                   "People tab."_s)},
+                {"notes"_L1,
+                 ToolSchema::property(u"string"_s, u"Markdown notes from the meeting."_s)},
+                {"date"_L1, ToolSchema::property(u"string"_s, u"ISO-8601 date (YYYY-MM-DD). "
+                                                              "Defaults to today."_s)}},
             {u"person_name"_s, u"notes"_s}),
         logMeeting);
 
     add(u"get_action_items"_s,
         u"Return action items from the user's 1:1s. Defaults to open only. Use when the user "
         "asks 'what do I owe Sarah' or 'what's outstanding from my 1:1s'."_s,
-        schema(
-            QJsonObject{{"person_name"_L1, property(u"string"_s, u"Optional filter by person."_s)},
-                        {"include_completed"_L1, property(u"boolean"_s, u"Default false."_s)}}),
+        ToolSchema::schema(QJsonObject{
+            {"person_name"_L1, ToolSchema::property(u"string"_s, u"Optional filter by person."_s)},
+            {"include_completed"_L1, ToolSchema::property(u"boolean"_s, u"Default false."_s)}}),
         getActionItems);
 
     add(u"add_action_item"_s,
         u"Attach an action item to the most recent logged meeting with a given person. Creates a "
         "scratchpad meeting if none exists yet."_s,
-        schema(QJsonObject{{"person_name"_L1, property(u"string"_s, u"Existing person's name."_s)},
-                           {"title"_L1, property(u"string"_s, u"Action item title."_s)},
-                           {"due_date"_L1, property(u"string"_s, u"Optional ISO date."_s)}},
-               {u"person_name"_s, u"title"_s}),
+        ToolSchema::schema(
+            QJsonObject{
+                {"person_name"_L1, ToolSchema::property(u"string"_s, u"Existing person's name."_s)},
+                {"title"_L1, ToolSchema::property(u"string"_s, u"Action item title."_s)},
+                {"due_date"_L1, ToolSchema::property(u"string"_s, u"Optional ISO date."_s)}},
+            {u"person_name"_s, u"title"_s}),
         addActionItem);
 
     add(u"complete_action_item"_s,
         u"Mark an action item as completed by exact title match. Refuses if multiple match."_s,
-        schema(
-            QJsonObject{{"title"_L1, property(u"string"_s, u"Exact title (case-insensitive)."_s)}},
+        ToolSchema::schema(
+            QJsonObject{{"title"_L1,
+                         ToolSchema::property(u"string"_s, u"Exact title (case-insensitive)."_s)}},
             {u"title"_s}),
         completeActionItem);
 }

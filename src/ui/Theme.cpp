@@ -21,6 +21,13 @@ void styleSidebar(QListWidget *list)
                         u"  color: palette(highlighted-text); }"_s);
 }
 
+QColor blend(const QColor &a, const QColor &b, double amountOfB)
+{
+    return QColor::fromRgbF(float(a.redF() * (1 - amountOfB) + b.redF() * amountOfB),
+                            float(a.greenF() * (1 - amountOfB) + b.greenF() * amountOfB),
+                            float(a.blueF() * (1 - amountOfB) + b.blueF() * amountOfB));
+}
+
 bool isDark(const QPalette &palette)
 {
     return palette.color(QPalette::Window).lightness() < 128;

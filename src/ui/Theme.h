@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QColor>
+
 #include <QPalette>
 
 class QListWidget;
@@ -15,6 +17,8 @@ void styleSidebar(QListWidget *list);
 void followDesktop();
 
 bool isDark(const QPalette &palette);
+// a with amountOfB of b mixed in: quiet shades drawn from the palette, never literals.
+QColor blend(const QColor &a, const QColor &b, double amountOfB);
 // A calm dark palette in the same roles the light one uses.
 QPalette darkPalette();
 

@@ -17,6 +17,7 @@
 #include "core/records/EntryImage.h"
 #include "core/records/Tag.h"
 #include "core/store/ModelContext.h"
+#include "ui/Theme.h"
 #include "writing/EditorLink.h"
 #include "writing/JournalGreeting.h"
 #include "writing/JournalPageEditor.h"
@@ -39,13 +40,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-QColor blend(const QColor &a, const QColor &b, double amountOfB)
-{
-    return QColor::fromRgbF(float(a.redF() * (1 - amountOfB) + b.redF() * amountOfB),
-                            float(a.greenF() * (1 - amountOfB) + b.greenF() * amountOfB),
-                            float(a.blueF() * (1 - amountOfB) + b.blueF() * amountOfB));
-}
 
 QToolButton *headerButton(const QString &text, const QString &tip, QWidget *parent)
 {
@@ -232,7 +226,7 @@ JournalScreen::~JournalScreen()
 void JournalScreen::applyPalette()
 {
     const QColor muted =
-        blend(palette().color(QPalette::Text), palette().color(QPalette::Base), 0.45);
+        Theme::blend(palette().color(QPalette::Text), palette().color(QPalette::Base), 0.45);
     for (QLabel *label : {m_greeting, m_streak, m_status}) {
         QPalette palette = label->palette();
         palette.setColor(QPalette::WindowText, muted);
@@ -281,29 +275,7 @@ void JournalScreen::onTextReplaced(const QString &text)
     if (text == m_editor->stored())
         return;
     // Somebody else's words arrived: keep the caret on the line it was on.
-    const QTextCursor before = m_editor->textCursor();
-    const QString lineText = before.block().text();
-    const int blockNumber = before.blockNumber();
-    const int column = before.positionInBlock();
-    const int scroll = m_editor->verticalScrollBar()->value();
-    m_editor->loadStored(text);
-    QTextDocument *document = m_editor->document();
-    QTextBlock target;
-    for (int distance = 0; distance < document->blockCount() && !target.isValid(); ++distance) {
-        for (int number : {blockNumber + distance, blockNumber - distance}) {
-            const QTextBlock block = document->findBlockByNumber(number);
-            if (block.isValid() && block.text() == lineText) {
-                target = block;
-                break;
-            }
-        }
-    }
-    if (!target.isValid())
-        target = document->findBlockByNumber(std::min(blockNumber, document->blockCount() - 1));
-    QTextCursor after(target);
-    after.setPosition(target.position() + std::min(column, target.length() - 1));
-    m_editor->setTextCursor(after);
-    m_editor->verticalScrollBar()->setValue(scroll);
+    m_editor->loadStoredKeepingCaret(text);
     refreshHeader();
 }
 

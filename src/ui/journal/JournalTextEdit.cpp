@@ -256,6 +256,33 @@ void JournalTextEdit::applyBaseFont()
     document()->setDefaultFont(font);
 }
 
+void JournalTextEdit::loadStoredKeepingCaret(const QString &text)
+{
+    const QTextCursor before = textCursor();
+    const QString lineText = before.block().text();
+    const int blockNumber = before.blockNumber();
+    const int column = before.positionInBlock();
+    const int scroll = verticalScrollBar()->value();
+    loadStored(text);
+    QTextDocument *page = document();
+    QTextBlock target;
+    for (int distance = 0; distance < page->blockCount() && !target.isValid(); ++distance) {
+        for (int number : {blockNumber + distance, blockNumber - distance}) {
+            const QTextBlock block = page->findBlockByNumber(number);
+            if (block.isValid() && block.text() == lineText) {
+                target = block;
+                break;
+            }
+        }
+    }
+    if (!target.isValid())
+        target = page->findBlockByNumber(std::min(blockNumber, page->blockCount() - 1));
+    QTextCursor after(target);
+    after.setPosition(target.position() + std::min(column, target.length() - 1));
+    setTextCursor(after);
+    verticalScrollBar()->setValue(scroll);
+}
+
 void JournalTextEdit::loadStored(const QString &text)
 {
     m_popup->close();

@@ -41,6 +41,9 @@ public:
 
     // Replaces the page without counting as an edit; undo starts afresh.
     void loadStored(const QString &text);
+    // The same, for text that changed under the user (an assistant's write): the caret stays on
+    // the line it was on, found again by its text nearby, and the view doesn't scroll.
+    void loadStoredKeepingCaret(const QString &text);
     QString stored() const;
 
     // The commands of the Format menu, in order, with their shortcuts; nullptr entries are

@@ -5,23 +5,13 @@
 #include "core/records/Meeting.h"
 #include "core/records/Person.h"
 #include "core/store/ModelContext.h"
+#include "ui/Theme.h"
 
 #include <QCollator>
 #include <QLocale>
 #include <QPainter>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-QColor blend(const QColor &a, const QColor &b, double amountOfB)
-{
-    return QColor::fromRgbF(float(a.redF() * (1 - amountOfB) + b.redF() * amountOfB),
-                            float(a.greenF() * (1 - amountOfB) + b.greenF() * amountOfB),
-                            float(a.blueF() * (1 - amountOfB) + b.blueF() * amountOfB));
-}
-
-} // namespace
 
 void PeopleListModel::reload(ModelContext &context, const QDateTime &now)
 {
@@ -177,7 +167,8 @@ void TwoLineDelegate::paint(QPainter *painter, const QStyleOptionViewItem &optio
     const bool hovered = option.state & QStyle::State_MouseOver;
     if (selected || hovered) {
         painter->setPen(Qt::NoPen);
-        painter->setBrush(selected ? blend(window, accent, 0.22) : blend(window, text, 0.05));
+        painter->setBrush(selected ? Theme::blend(window, accent, 0.22)
+                                   : Theme::blend(window, text, 0.05));
         painter->drawRoundedRect(QRectF(rect).adjusted(0, 2, 0, -2), 7, 7);
     }
     QRect inner = rect.adjusted(10, 8, -10, -8);
@@ -188,12 +179,12 @@ void TwoLineDelegate::paint(QPainter *painter, const QStyleOptionViewItem &optio
         const int size = metrics.height() * 2;
         const QRect circle(inner.left(), inner.top() + (inner.height() - size) / 2, size, size);
         painter->setPen(Qt::NoPen);
-        painter->setBrush(blend(window, accent, selected ? 0.4 : 0.18));
+        painter->setBrush(Theme::blend(window, accent, selected ? 0.4 : 0.18));
         painter->drawEllipse(circle);
         QFont markFont = font;
         markFont.setWeight(QFont::DemiBold);
         painter->setFont(markFont);
-        painter->setPen(blend(text, accent, 0.35));
+        painter->setPen(Theme::blend(text, accent, 0.35));
         painter->drawText(circle, Qt::AlignCenter, mark);
         inner.setLeft(circle.right() + 10);
     }
@@ -234,13 +225,13 @@ void TwoLineDelegate::paint(QPainter *painter, const QStyleOptionViewItem &optio
     if (const QString aside = index.data(PeopleListModel::AsideRole).toString();
         !aside.isEmpty() && asideLeft < first.right() - 20) {
         painter->setFont(font);
-        painter->setPen(blend(text, window, 0.45));
+        painter->setPen(Theme::blend(text, window, 0.45));
         const QRect rest(asideLeft, first.top(), first.right() - asideLeft, first.height());
         painter->drawText(rest, Qt::AlignLeft | Qt::AlignVCenter,
                           metrics.elidedText(aside, Qt::ElideRight, rest.width()));
     }
     painter->setFont(font);
-    painter->setPen(blend(text, window, 0.45));
+    painter->setPen(Theme::blend(text, window, 0.45));
     const QRect second(inner.left(), first.bottom() + 3, inner.width(), metrics.height());
     painter->drawText(second, Qt::AlignLeft | Qt::AlignVCenter,
                       metrics.elidedText(index.data(PeopleListModel::DetailRole).toString(),

@@ -11,6 +11,7 @@
 #include "core/records/Person.h"
 #include "core/records/Tag.h"
 #include "core/store/ModelContext.h"
+#include "ui/Theme.h"
 #include "ui/journal/JournalTextEdit.h"
 #include "ui/journal/LinkDialog.h"
 #include "writing/EditorLink.h"
@@ -36,13 +37,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-QColor blend(const QColor &a, const QColor &b, double amountOfB)
-{
-    return QColor::fromRgbF(float(a.redF() * (1 - amountOfB) + b.redF() * amountOfB),
-                            float(a.greenF() * (1 - amountOfB) + b.greenF() * amountOfB),
-                            float(a.blueF() * (1 - amountOfB) + b.blueF() * amountOfB));
-}
 
 QString shortDate(const QDateTime &when)
 {
@@ -389,29 +383,7 @@ void PersonPage::takeStoredChange()
 void PersonPage::showMerged(const QString &text)
 {
     // Somebody else's words arrived: the caret stays on the line it was on.
-    const QTextCursor before = m_editor->textCursor();
-    const QString lineText = before.block().text();
-    const int blockNumber = before.blockNumber();
-    const int column = before.positionInBlock();
-    const int scroll = m_editor->verticalScrollBar()->value();
-    m_editor->loadStored(text);
-    QTextDocument *document = m_editor->document();
-    QTextBlock target;
-    for (int distance = 0; distance < document->blockCount() && !target.isValid(); ++distance) {
-        for (int number : {blockNumber + distance, blockNumber - distance}) {
-            const QTextBlock block = document->findBlockByNumber(number);
-            if (block.isValid() && block.text() == lineText) {
-                target = block;
-                break;
-            }
-        }
-    }
-    if (!target.isValid())
-        target = document->findBlockByNumber(std::min(blockNumber, document->blockCount() - 1));
-    QTextCursor after(target);
-    after.setPosition(target.position() + std::min(column, target.length() - 1));
-    m_editor->setTextCursor(after);
-    m_editor->verticalScrollBar()->setValue(scroll);
+    m_editor->loadStoredKeepingCaret(text);
 }
 
 void PersonPage::refresh()
@@ -455,7 +427,7 @@ void PersonPage::updateHeader()
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);
     painter.setBrush(
-        blend(palette().color(QPalette::Base), palette().color(QPalette::Highlight), 0.18));
+        Theme::blend(palette().color(QPalette::Base), palette().color(QPalette::Highlight), 0.18));
     painter.drawEllipse(QRectF(0, 0, size, size));
     painter.setFont(m_mark->font());
     painter.setPen(palette().color(QPalette::Text));
@@ -564,8 +536,8 @@ QWidget *PersonPage::actionRow(const std::shared_ptr<ActionItem> &item, bool say
     box->setChecked(item->isCompleted);
     // The style draws the box's edge from the window colour, which on a dark page is no edge.
     QPalette boxPalette = box->palette();
-    boxPalette.setColor(QPalette::Window, blend(palette().color(QPalette::Text),
-                                                palette().color(QPalette::Base), 0.35));
+    boxPalette.setColor(QPalette::Window, Theme::blend(palette().color(QPalette::Text),
+                                                       palette().color(QPalette::Base), 0.35));
     box->setPalette(boxPalette);
     QFont font = box->font();
     font.setStrikeOut(item->isCompleted);
