@@ -18,7 +18,6 @@
 #include <QDesktopServices>
 #include <QDialog>
 #include <QLineEdit>
-#include <QMenu>
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPushButton>
@@ -90,35 +89,32 @@ struct Journal {
     }
 };
 
-// Runs `answer` on the next modal dialog once it is up.
-void answerNextDialog(std::function<void(QWidget *)> answer)
+// Runs `act` on what `find` gives once it is up.
+void whenUp(QWidget *(*find)(), std::function<void(QWidget *)> act)
 {
     auto *timer = new QTimer;
     timer->setInterval(20);
-    QObject::connect(timer, &QTimer::timeout, [timer, answer] {
-        if (QWidget *modal = QApplication::activeModalWidget()) {
+    QObject::connect(timer, &QTimer::timeout, [timer, find, act] {
+        if (QWidget *widget = find()) {
             timer->stop();
             timer->deleteLater();
-            answer(modal);
+            act(widget);
         }
     });
     timer->start();
+}
+
+void answerNextDialog(std::function<void(QWidget *)> answer)
+{
+    whenUp(&QApplication::activeModalWidget, std::move(answer));
 }
 
 // Opens the page's context menu at `pos` and picks the action named `choice`.
 void chooseFromContextMenu(JournalTextEdit *editor, const QPoint &pos, const QString &choice)
 {
     bool chosen = false;
-    auto *timer = new QTimer;
-    timer->setInterval(20);
-    QObject::connect(timer, &QTimer::timeout, [&, timer] {
-        auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
-        if (!menu)
-            return;
-        timer->stop();
-        timer->deleteLater();
-        const auto actions = menu->actions();
-        for (QAction *action : actions) {
+    whenUp(&QApplication::activePopupWidget, [&](QWidget *menu) {
+        for (QAction *action : menu->actions()) {
             if (action->text() == choice) {
                 action->trigger();
                 chosen = true;
@@ -126,7 +122,6 @@ void chooseFromContextMenu(JournalTextEdit *editor, const QPoint &pos, const QSt
         }
         menu->close();
     });
-    timer->start();
     QContextMenuEvent event(QContextMenuEvent::Mouse, pos, editor->viewport()->mapToGlobal(pos));
     QApplication::sendEvent(editor->viewport(), &event);
     QVERIFY2(chosen, qPrintable(choice));
@@ -516,14 +511,5 @@ private slots:
     }
 };
 
-int main(int argc, char *argv[])
-{
-    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication application(argc, argv);
-    TestJournalScreen test;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&test, argc, argv);
-}
-
+QTEST_MAIN(TestJournalScreen)
 #include "tst_journalscreen.moc"

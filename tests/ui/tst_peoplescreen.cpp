@@ -19,11 +19,8 @@
 #include <QApplication>
 #include <QCalendarWidget>
 #include <QCheckBox>
-#include <QComboBox>
-#include <QDateEdit>
 #include <QDialogButtonBox>
 #include <QLabel>
-#include <QLineEdit>
 #include <QListView>
 #include <QListWidget>
 #include <QMenu>
@@ -52,16 +49,11 @@ void fillNextDialog(const QVariantMap &fields)
         for (auto it = fields.cbegin(); it != fields.cend(); ++it) {
             QWidget *field = modal->findChild<QWidget *>(it.key());
             QVERIFY2(field, qPrintable(it.key()));
-            if (auto *line = qobject_cast<QLineEdit *>(field))
-                line->setText(it->toString());
-            else if (auto *combo = qobject_cast<QComboBox *>(field))
-                combo->setCurrentText(it->toString());
-            else if (auto *box = qobject_cast<QCheckBox *>(field))
-                box->setChecked(it->toBool());
-            else if (auto *date = qobject_cast<QDateEdit *>(field))
-                date->setDate(it->toDate());
-            else if (auto *calendar = qobject_cast<QCalendarWidget *>(field))
+            if (auto *calendar = qobject_cast<QCalendarWidget *>(field))
                 calendar->setSelectedDate(it->toDate());
+            else
+                QVERIFY2(field->metaObject()->userProperty().write(field, *it),
+                         qPrintable(it.key()));
         }
         auto *buttons = modal->findChild<QDialogButtonBox *>();
         for (QAbstractButton *button : buttons->buttons()) {
@@ -114,6 +106,7 @@ struct People {
     }
     void select(const std::shared_ptr<Person> &person)
     {
+        settle();
         screen->list()->setCurrentIndex(screen->model()->index(screen->model()->rowOf(person->id)));
         QCOMPARE(page()->person(), person);
     }
@@ -225,7 +218,6 @@ private slots:
         QCOMPARE(PeopleListModel::lastMetText(lateThatDay, now), words);
     }
 
-    // Typing saves at once when the page moves on, before the debounce would have.
     void switchingAwaySavesTheNote_data()
     {
         QTest::addColumn<QString>("away");
@@ -244,7 +236,6 @@ private slots:
         auto bea = people.person(u"Bea"_s, 1);
         if (people.window)
             people.window->selectTab(SidebarItem::meetings);
-        people.settle();
         people.select(ana);
         const auto note = people.page()->meeting();
         QTest::keyClicks(people.editor(), u"- follow up on hiring"_s);
@@ -271,12 +262,10 @@ private slots:
         QCOMPARE(people.editor()->stored(), u"- follow up on hiring"_s);
     }
 
-    // Added in the field, shown on top while open, completed there, edited with a due date.
     void actionItems()
     {
         People people;
         auto ana = people.person(u"Ana"_s, 1);
-        people.settle();
         people.select(ana);
         people.page()->timeline()->setCurrentRow(1);
         const auto meeting = people.page()->meeting();
@@ -289,7 +278,6 @@ private slots:
         QCOMPARE(people.page()->meetingActionBoxes().size(), 1);
         QCOMPARE(people.screen->model()->index(0).data(PeopleListModel::CountRole).toInt(), 1);
 
-        // Edit… from the row's menu.
         fillNextDialog({{u"title"_s, u"Send the final deck"_s},
                         {u"hasDue"_s, true},
                         {u"due"_s, QDate(2026, 11, 20)}});
@@ -316,7 +304,6 @@ private slots:
     {
         People people;
         auto ana = people.person(u"Ana"_s);
-        people.settle();
         people.select(ana);
         QVERIFY(people.page()->meeting()->isScratchpad);
         const auto pad = people.page()->meeting();
@@ -356,7 +343,6 @@ private slots:
         QFETCH(QString, write);
         People people;
         auto ana = people.person(u"Ana Ito"_s, 1);
-        people.settle();
         people.select(ana);
         people.page()->timeline()->setCurrentRow(1);
         const auto note = people.page()->meeting();
@@ -407,7 +393,6 @@ private slots:
         QFETCH(QString, words);
         People people;
         auto ana = people.person(u"Ana"_s, meetings);
-        people.settle();
         people.select(ana);
         if (meetings > 0) {
             people.page()->timeline()->setCurrentRow(1);
@@ -481,14 +466,5 @@ private slots:
     }
 };
 
-int main(int argc, char *argv[])
-{
-    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication application(argc, argv);
-    TestPeopleScreen test;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&test, argc, argv);
-}
-
+QTEST_MAIN(TestPeopleScreen)
 #include "tst_peoplescreen.moc"

@@ -113,12 +113,11 @@ private slots:
 
     void aFloodOfNewLinesIsKeptInOrder()
     {
-        QStringList ours{u"## Day"_s};
-        for (int i = 0; i < 3000; ++i)
+        QStringList ours{u"## Day"_s}, theirs{u"## Day"_s};
+        for (int i = 0; i < 3000; ++i) {
             ours.append(u"mine "_s + QString::number(i));
-        QStringList theirs{u"## Day"_s};
-        for (int i = 0; i < 3000; ++i)
             theirs.append(u"theirs "_s + QString::number(i));
+        }
         const QString merged =
             JournalDraftStore::merge(u"## Day"_s, ours.join(u'\n'), theirs.join(u'\n'));
         QCOMPARE(lostLines(u"## Day"_s, ours.join(u'\n'), theirs.join(u'\n'), merged), QString());

@@ -72,18 +72,24 @@ void otherWriterStores(ModelContext &context, const QString &text)
 
 } // namespace
 
+// Everything a page needs, made fresh for each test and torn down in reverse.
+struct Fixture {
+    TempDataDir dir;
+    FixedClock clock{now, calendar};
+    ModelContainer container{StoreSchema::current(), ModelContainer::Configuration::memoryOnly()};
+    Preferences prefs{dir.configDir() + u"/preferences.json"_s};
+    JournalDraftStore drafts;
+    SaveDebouncer debouncer;
+    std::unique_ptr<JournalPageEditor> page =
+        std::make_unique<JournalPageEditor>(container.mainContext(), prefs, drafts, debouncer);
+};
+
 class TestJournalPage : public QObject {
     Q_OBJECT
 
-    std::optional<TempDataDir> m_dir;
-    std::optional<FixedClock> m_clock;
-    std::unique_ptr<ModelContainer> m_container;
-    std::unique_ptr<Preferences> m_prefs;
-    std::unique_ptr<JournalDraftStore> m_drafts;
-    std::unique_ptr<SaveDebouncer> m_debouncer;
-    std::unique_ptr<JournalPageEditor> m_page;
+    std::optional<Fixture> m_f;
 
-    ModelContext &context() { return m_container->mainContext(); }
+    ModelContext &context() { return m_f->container.mainContext(); }
 
     QStringList storedContents(const QDateTime &day = today)
     {
@@ -116,28 +122,8 @@ class TestJournalPage : public QObject {
     }
 
 private slots:
-    void init()
-    {
-        m_dir.emplace();
-        m_clock.emplace(now, calendar);
-        m_container = std::make_unique<ModelContainer>(StoreSchema::current(),
-                                                       ModelContainer::Configuration::memoryOnly());
-        m_prefs = std::make_unique<Preferences>(m_dir->configDir() + u"/preferences.json"_s);
-        m_drafts = std::make_unique<JournalDraftStore>();
-        m_debouncer = std::make_unique<SaveDebouncer>();
-        m_page = std::make_unique<JournalPageEditor>(context(), *m_prefs, *m_drafts, *m_debouncer);
-    }
-
-    void cleanup()
-    {
-        m_page.reset();
-        m_debouncer.reset();
-        m_drafts.reset();
-        m_prefs.reset();
-        m_container.reset();
-        m_clock.reset();
-        m_dir.reset();
-    }
+    void init() { m_f.emplace(); }
+    void cleanup() { m_f.reset(); }
 
     void emptyPagesMakeNoRecord_data()
     {
@@ -150,20 +136,20 @@ private slots:
     void emptyPagesMakeNoRecord()
     {
         QFETCH(QString, typed);
-        m_prefs->set(Prefs::journalTemplate, u"standup"_s);
-        m_page->load();
-        QCOMPARE(m_page->text(), u"## Yesterday\n\n## Today\n\n## Blockers\n"_s);
-        m_page->setText(typed);
-        m_debouncer->fire();
+        m_f->prefs.set(Prefs::journalTemplate, u"standup"_s);
+        m_f->page->load();
+        QCOMPARE(m_f->page->text(), u"## Yesterday\n\n## Today\n\n## Blockers\n"_s);
+        m_f->page->setText(typed);
+        m_f->debouncer.fire();
         QCOMPARE(storedContents(), QStringList());
     }
 
     void typingSavesAfterTheDebounce()
     {
-        m_page->load();
-        QSignalSpy saved(m_page.get(), &JournalPageEditor::entrySaved);
-        m_page->setText(u"Shipped #Launch"_s);
-        m_page->setText(u"Shipped #Launch with @Ann"_s);
+        m_f->page->load();
+        QSignalSpy saved(m_f->page.get(), &JournalPageEditor::entrySaved);
+        m_f->page->setText(u"Shipped #Launch"_s);
+        m_f->page->setText(u"Shipped #Launch with @Ann"_s);
         QCOMPARE(storedContents(), QStringList());
         QTRY_COMPARE_WITH_TIMEOUT(storedContents(), QStringList{u"Shipped #Launch with @Ann"_s},
                                   SaveDebouncer::delayMs + 1500);
@@ -174,46 +160,46 @@ private slots:
 
     void leavingADaySavesAtOnce()
     {
-        m_page->load();
-        m_page->setText(u"monday words"_s);
-        m_page->setDate(calendar.addingDays(today, 1));
+        m_f->page->load();
+        m_f->page->setText(u"monday words"_s);
+        m_f->page->setDate(calendar.addingDays(today, 1));
         QCOMPARE(storedContents(), QStringList{u"monday words"_s});
-        QVERIFY(!m_debouncer->isPending());
-        QCOMPARE(m_page->text(), QString());
+        QVERIFY(!m_f->debouncer.isPending());
+        QCOMPARE(m_f->page->text(), QString());
 
         // The debouncer serves one page at a time: another page's change replaces the pending
         // save, and leaving saves regardless.
-        JournalPageEditor other(context(), *m_prefs, *m_drafts, *m_debouncer);
+        JournalPageEditor other(context(), m_f->prefs, m_f->drafts, m_f->debouncer);
         other.setDate(yesterday);
-        m_page->setText(u"tomorrow"_s);
+        m_f->page->setText(u"tomorrow"_s);
         other.setText(u"late"_s);
-        QCOMPARE(m_debouncer->pendingOwner(), &other);
-        m_page.reset();
+        QCOMPARE(m_f->debouncer.pendingOwner(), &other);
+        m_f->page.reset();
         QCOMPARE(storedContents(calendar.addingDays(today, 1)), QStringList{u"tomorrow"_s});
     }
 
     void midnightStartsAnEmptyPage()
     {
-        m_prefs->set(Prefs::journalTemplate, u"general"_s);
+        m_f->prefs.set(Prefs::journalTemplate, u"general"_s);
         AppCalendar appCalendar(QStringList{});
-        m_page->followToday(appCalendar);
-        m_page->load();
-        m_page->setText(u"late night"_s);
-        m_clock->set(calendar.at(QDate(2024, 5, 8), 0, 0, 30));
+        m_f->page->followToday(appCalendar);
+        m_f->page->load();
+        m_f->page->setText(u"late night"_s);
+        m_f->clock.set(calendar.at(QDate(2024, 5, 8), 0, 0, 30));
         appCalendar.update();
         QCOMPARE(storedContents(), QStringList{u"late night"_s});
-        QCOMPARE(m_page->text(), JournalTemplates::content(u"general"_s, *m_prefs));
-        m_debouncer->fire();
+        QCOMPARE(m_f->page->text(), JournalTemplates::content(u"general"_s, m_f->prefs));
+        m_f->debouncer.fire();
         QCOMPARE(storedContents(calendar.startOfDay(Clock::now())), QStringList());
     }
 
     void emptyingAPageDeletesIt()
     {
         storeEntry(u"something"_s);
-        m_page->load();
-        QCOMPARE(m_page->text(), u"something"_s);
-        m_page->setText(QString());
-        m_page->save();
+        m_f->page->load();
+        QCOMPARE(m_f->page->text(), u"something"_s);
+        m_f->page->setText(QString());
+        m_f->page->save();
         QCOMPARE(storedContents(), QStringList());
     }
 
@@ -228,11 +214,11 @@ private slots:
     {
         QFETCH(QString, typed);
         storeEntry(u"- first\n- second"_s);
-        m_page->load();
-        m_page->setText(typed);
-        m_page->save();
+        m_f->page->load();
+        m_f->page->setText(typed);
+        m_f->page->save();
         QCOMPARE(storedContents(), QStringList{typed});
-        QCOMPARE(m_page->text(), typed);
+        QCOMPARE(m_f->page->text(), typed);
     }
 
     void assistantAndTypingBothStand_data()
@@ -247,12 +233,12 @@ private slots:
     {
         QFETCH(int, writer);
         storeEntry(u"## Today\nstandup"_s);
-        m_page->load();
-        QSignalSpy replaced(m_page.get(), &JournalPageEditor::textReplaced);
-        m_page->setText(u"## Today\nstandup\nmy unsaved line"_s);
+        m_f->page->load();
+        QSignalSpy replaced(m_f->page.get(), &JournalPageEditor::textReplaced);
+        m_f->page->setText(u"## Today\nstandup\nmy unsaved line"_s);
 
         if (writer == 0) {
-            assistantAdds(context(), *m_drafts, u"assistant line"_s);
+            assistantAdds(context(), m_f->drafts, u"assistant line"_s);
         } else {
             otherWriterStores(context(), u"## Today\nstandup\n\nassistant line"_s);
             if (writer == 1)
@@ -260,30 +246,30 @@ private slots:
         }
         if (writer != 2) {
             QCOMPARE(replaced.size(), 1);
-            QVERIFY(m_page->text().contains(u"my unsaved line"_s));
-            QVERIFY(m_page->text().contains(u"assistant line"_s));
-            m_page->setText(m_page->text() + u"\nand more"_s);
+            QVERIFY(m_f->page->text().contains(u"my unsaved line"_s));
+            QVERIFY(m_f->page->text().contains(u"assistant line"_s));
+            m_f->page->setText(m_f->page->text() + u"\nand more"_s);
         }
-        m_debouncer->fire();
-        m_page->save();
+        m_f->debouncer.fire();
+        m_f->page->save();
 
         const QString stored = storedContents().join(u'\n');
         for (const QString &line : {u"standup"_s, u"my unsaved line"_s, u"assistant line"_s})
             QVERIFY2(stored.contains(line), qPrintable(stored));
         QCOMPARE(stored.count(u"assistant line"_s), 1);
-        QCOMPARE(m_page->text(), stored);
+        QCOMPARE(m_f->page->text(), stored);
     }
 
     void twoEntriesOfADayBecomeOne()
     {
         const auto first = storeEntry(u"first "_s + token(imageA));
-        m_clock->advance(1000);
+        m_f->clock.advance(1000);
         const auto second = storeEntry(u"second "_s + token(imageB));
         addImage(second, imageB);
-        m_page->load();
-        QCOMPARE(m_page->text(), u"first "_s + token(imageA) + u"\n\nsecond "_s + token(imageB));
-        m_page->setText(m_page->text() + u"!"_s);
-        m_page->save();
+        m_f->page->load();
+        QCOMPARE(m_f->page->text(), u"first "_s + token(imageA) + u"\n\nsecond "_s + token(imageB));
+        m_f->page->setText(m_f->page->text() + u"!"_s);
+        m_f->page->save();
         const auto entries = JournalPageEditor::storedEntries(today, context());
         QCOMPARE(entries.size(), 1);
         QCOMPARE(entries.first(), first);
@@ -293,19 +279,19 @@ private slots:
 
     void savesFromBeforeAnEraseAreDropped()
     {
-        m_page->load();
-        m_page->setText(u"before the erase"_s);
+        m_f->page->load();
+        m_f->page->setText(u"before the erase"_s);
         // What the application does when the user erases everything.
         DataGeneration::advance();
-        m_debouncer->cancel();
-        m_drafts->clear();
-        m_page->saveContent(u"late save"_s);
+        m_f->debouncer.cancel();
+        m_f->drafts.clear();
+        m_f->page->saveContent(u"late save"_s);
         QCOMPARE(storedContents(), QStringList());
 
         NoticeCenter::shared().post(Notices::dataErased);
-        QCOMPARE(m_page->text(), QString());
-        m_page->setText(u"after"_s);
-        m_page->save();
+        QCOMPARE(m_f->page->text(), QString());
+        m_f->page->setText(u"after"_s);
+        m_f->page->save();
         QCOMPARE(storedContents(), QStringList{u"after"_s});
     }
 
@@ -314,15 +300,15 @@ private slots:
         const auto entry = storeEntry(u"a "_s + token(imageA) + u" b "_s + token(imageB));
         addImage(entry, imageA);
         addImage(entry, imageB);
-        m_page->load();
-        m_page->setText(u"a "_s + token(imageA) + u" b"_s);
-        m_page->save();
+        m_f->page->load();
+        m_f->page->setText(u"a "_s + token(imageA) + u" b"_s);
+        m_f->page->save();
         QVERIFY(imageRowExists(imageB));
 
         // Taken out and put back within the grace, as an undo does: it stays.
-        m_page->setText(u"a b"_s);
-        m_page->save();
-        m_page->setText(u"a "_s + token(imageA) + u" b"_s);
+        m_f->page->setText(u"a b"_s);
+        m_f->page->save();
+        m_f->page->setText(u"a "_s + token(imageA) + u" b"_s);
         QTRY_VERIFY_WITH_TIMEOUT(!imageRowExists(imageB), JournalPageEditor::imageGraceMs + 2000);
         QVERIFY(imageRowExists(imageA));
         QVERIFY(!QFile::exists(ImageStorage::pathFor(imageB)));
@@ -333,14 +319,14 @@ private slots:
     {
         const auto entry = storeEntry(u"gone "_s + token(imageA));
         addImage(entry, imageA);
-        m_page->load();
-        m_page->setText(u"gone and typed"_s);
-        m_page->deleteDay(today);
+        m_f->page->load();
+        m_f->page->setText(u"gone and typed"_s);
+        m_f->page->deleteDay(today);
         QCOMPARE(storedContents(), QStringList());
         QVERIFY(!imageRowExists(imageA));
         QVERIFY(!QFile::exists(ImageStorage::pathFor(imageA)));
-        QCOMPARE(m_drafts->draft(today), std::nullopt);
-        QCOMPARE(m_page->text(), QString());
+        QCOMPARE(m_f->drafts.draft(today), std::nullopt);
+        QCOMPARE(m_f->page->text(), QString());
     }
 
     void trayOffersTheDay()

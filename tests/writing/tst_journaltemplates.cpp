@@ -9,24 +9,19 @@
 
 using namespace Qt::StringLiterals;
 
+struct Fixture {
+    TempDataDir dir;
+    Preferences prefs{dir.configDir() + u"/preferences.json"_s};
+};
+
 class TestJournalTemplates : public QObject {
     Q_OBJECT
 
-    std::optional<TempDataDir> m_dir;
-    std::unique_ptr<Preferences> m_prefs;
+    std::optional<Fixture> m_f;
 
 private slots:
-    void init()
-    {
-        m_dir.emplace();
-        m_prefs = std::make_unique<Preferences>(m_dir->configDir() + u"/preferences.json"_s);
-    }
-
-    void cleanup()
-    {
-        m_prefs.reset();
-        m_dir.reset();
-    }
+    void init() { m_f.emplace(); }
+    void cleanup() { m_f.reset(); }
 
     void tableOfTemplates()
     {
@@ -40,24 +35,23 @@ private slots:
             QVERIFY(!entry.name.isEmpty() && !entry.description.isEmpty() && !entry.icon.isEmpty());
             QCOMPARE(entry.sections.isEmpty(), entry.id == u"blank");
         }
-        QCOMPARE(JournalTemplates::content(u"standup"_s, *m_prefs),
+        QCOMPARE(JournalTemplates::content(u"standup"_s, m_f->prefs),
                  u"## Yesterday\n\n## Today\n\n## Blockers\n"_s);
-        QCOMPARE(JournalTemplates::content(u"blank"_s, *m_prefs), QString());
-        QCOMPARE(JournalTemplates::content(u"nonsense"_s, *m_prefs), QString());
+        QCOMPARE(JournalTemplates::content(u"blank"_s, m_f->prefs), QString());
+        QCOMPARE(JournalTemplates::content(u"nonsense"_s, m_f->prefs), QString());
     }
 
     void customSections_data()
     {
         QTest::addColumn<QString>("json");
         QTest::addColumn<QString>("content");
+        const QString standup = u"## Yesterday\n\n## Today\n\n## Blockers\n"_s;
         QTest::newRow("user's sections win")
             << uR"({"standup":["Done","Next"]})"_s << u"## Done\n\n## Next\n"_s;
         QTest::newRow("other templates' edits don't matter")
-            << uR"({"general":["X"]})"_s << u"## Yesterday\n\n## Today\n\n## Blockers\n"_s;
-        QTest::newRow("undecodable falls back")
-            << u"{not json"_s << u"## Yesterday\n\n## Today\n\n## Blockers\n"_s;
-        QTest::newRow("not a list of names falls back")
-            << uR"({"standup":["a",1]})"_s << u"## Yesterday\n\n## Today\n\n## Blockers\n"_s;
+            << uR"({"general":["X"]})"_s << standup;
+        QTest::newRow("undecodable falls back") << u"{not json"_s << standup;
+        QTest::newRow("not a list of names falls back") << uR"({"standup":["a",1]})"_s << standup;
         QTest::newRow("emptied on purpose") << uR"({"standup":[]})"_s << QString();
     }
 
@@ -65,22 +59,22 @@ private slots:
     {
         QFETCH(QString, json);
         QFETCH(QString, content);
-        m_prefs->set(Prefs::customTemplateSections, json);
-        m_prefs->set(Prefs::journalTemplate, u"standup"_s);
-        QCOMPARE(JournalTemplates::content(u"standup"_s, *m_prefs), content);
+        m_f->prefs.set(Prefs::customTemplateSections, json);
+        m_f->prefs.set(Prefs::journalTemplate, u"standup"_s);
+        QCOMPARE(JournalTemplates::content(u"standup"_s, m_f->prefs), content);
     }
 
     void currentSectionsAndGuidance()
     {
-        QCOMPARE(JournalTemplates::currentSections(*m_prefs), QStringList());
-        QCOMPARE(JournalTemplates::mcpSectionGuidance(*m_prefs), QString());
+        QCOMPARE(JournalTemplates::currentSections(m_f->prefs), QStringList());
+        QCOMPARE(JournalTemplates::mcpSectionGuidance(m_f->prefs), QString());
 
-        m_prefs->set(Prefs::journalTemplate, u"general"_s);
+        m_f->prefs.set(Prefs::journalTemplate, u"general"_s);
         JournalTemplates::setCustomSections(u"general"_s, {u"Work"_s, u"  "_s, u"People "_s},
-                                            *m_prefs);
-        QCOMPARE(JournalTemplates::currentSections(*m_prefs),
+                                            m_f->prefs);
+        QCOMPARE(JournalTemplates::currentSections(m_f->prefs),
                  (QStringList{u"Work"_s, u"People"_s}));
-        QCOMPARE(JournalTemplates::mcpSectionGuidance(*m_prefs),
+        QCOMPARE(JournalTemplates::mcpSectionGuidance(m_f->prefs),
                  u"This journal is organised under: Work, People. Pass the one this belongs "
                  "under as 'section'. "_s);
     }

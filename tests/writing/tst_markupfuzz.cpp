@@ -19,65 +19,14 @@ namespace {
 // editor treats specially, so that random texts hit the places where they interact.
 const QStringList &pieces()
 {
-    static const QStringList list{
-        u"*"_s,
-        u"**"_s,
-        u"***"_s,
-        u"~~"_s,
-        u"`"_s,
-        u"=="_s,
-        u"=={green}"_s,
-        u"=={x}"_s,
-        u"["_s,
-        u"]("_s,
-        u")"_s,
-        u"]"_s,
-        u"<u>"_s,
-        u"</u>"_s,
-        u"{{img:"_s,
-        u"}}"_s,
-        u"|w=10,h=20"_s,
-        u"|"_s,
-        u"| --- |"_s,
-        u"\n"_s,
-        u"\n"_s,
-        u"\n"_s,
-        u"# "_s,
-        u"## "_s,
-        u"### "_s,
-        u"- "_s,
-        u"* "_s,
-        u"- [ ] "_s,
-        u"- [x] "_s,
-        u"> "_s,
-        u"1. "_s,
-        u"---"_s,
-        u"```"_s,
-        u"    "_s,
-        u"\t"_s,
-        u"a"_s,
-        u"b"_s,
-        u"word"_s,
-        u" "_s,
-        u" "_s,
-        u"#tag"_s,
-        u"@Ann"_s,
-        u"https://x.y/z"_s,
-        u"\r"_s,
-        u"\u2029"_s,
-        u"\uFFFC"_s,
-        u"\uFDD0"_s,
-        u"é"_s,
-        u"😀"_s,
-        QString(QChar(0xD800)),
-        QString(QChar(0)),
-        u"\u2028"_s,
-        u"tovren://person/1"_s,
-        u"•"_s,
-        u"✓ "_s,
-        u"{"_s,
-        u"}"_s,
-    };
+    // Blank-free pieces split at blanks, then those with blanks.
+    static const QStringList list =
+        u"* ** *** ~~ ` == =={green} =={x} [ ]( ) ] <u> </u> {{img: }} |w=10,h=20 | \n \n \n "
+        u"--- ``` \t a b word #tag @Ann https://x.y/z \r \u2029 \uFFFC \uFDD0 é 😀 \u0000 \u2028 "
+        u"tovren://person/1 • { }"_s.split(u' ') +
+        QStringList{u"| --- |"_s, u"# "_s,     u"## "_s,    u"### "_s, u"- "_s,
+                    u"* "_s,      u"- [ ] "_s, u"- [x] "_s, u"> "_s,   u"1. "_s,
+                    u"    "_s,    u" "_s,      u" "_s,      u"✓ "_s,   QString(QChar(0xD800))};
     return list;
 }
 
@@ -123,20 +72,20 @@ void edit(QTextDocument &document, QRandomGenerator &random)
 {
     QTextCursor cursor(&document);
     cursor.setPosition(random.bounded(document.characterCount()));
-    switch (random.bounded(15)) {
+    const int action = random.bounded(15);
+    if (QList{1, 2, 3, 6, 7, 8, 9, 14}.contains(action))
+        selectRandomly(cursor, random);
+    switch (action) {
     case 0:
         cursor.insertText(pieces().at(random.bounded(int(pieces().size()))));
         break;
     case 1:
-        selectRandomly(cursor, random);
         cursor.removeSelectedText();
         break;
     case 2:
-        selectRandomly(cursor, random);
         EditingRules::toggleInline(cursor, EditingRules::InlineStyle(random.bounded(4)));
         break;
     case 3:
-        selectRandomly(cursor, random);
         EditingRules::toggleLineFormatting(cursor, LineFormatting(random.bounded(10)));
         break;
     case 4:
@@ -148,19 +97,15 @@ void edit(QTextDocument &document, QRandomGenerator &random)
         EditingRules::handleBackspaceInMarker(cursor);
         break;
     case 6:
-        selectRandomly(cursor, random);
         EditingRules::indentSelection(cursor, random.bounded(2) == 0);
         break;
     case 7:
-        selectRandomly(cursor, random);
         EditingRules::applyLink(cursor, random.bounded(2) ? u"x.org/*a*"_s : QString());
         break;
     case 8:
-        selectRandomly(cursor, random);
         EditingRules::setHighlight(cursor, u"green"_s);
         break;
     case 9:
-        selectRandomly(cursor, random);
         EditingRules::clearFormatting(cursor);
         break;
     case 10:
@@ -181,7 +126,6 @@ void edit(QTextDocument &document, QRandomGenerator &random)
         EditingRules::toggleChecklistItem(cursor.block());
         break;
     case 14: { // copy and paste
-        selectRandomly(cursor, random);
         const QString copied = EntryMarkup::serializeSelection(cursor);
         cursor.setPosition(random.bounded(document.characterCount()));
         EntryMarkup::insertMarkdown(cursor, copied);
