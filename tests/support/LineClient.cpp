@@ -16,27 +16,34 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+int left(const QDeadlineTimer &deadline)
+{
+    return int(std::max<qint64>(deadline.remainingTime(), 0));
+}
+
+bool wouldBlock()
+{
+    return errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK;
+}
+
+} // namespace
+
 LineClient::LineClient(quint16 port, const QHostAddress &address)
 {
-    sockaddr_storage storage{};
-    socklen_t length = 0;
-    if (address.protocol() == QAbstractSocket::IPv6Protocol) {
-        auto *in6 = reinterpret_cast<sockaddr_in6 *>(&storage);
-        in6->sin6_family = AF_INET6;
-        in6->sin6_port = htons(port);
+    sockaddr_in6 in6{AF_INET6, htons(port), 0, {}, 0};
+    sockaddr_in in4{AF_INET, htons(port), {htonl(address.toIPv4Address())}, {}};
+    const bool v6 = address.protocol() == QAbstractSocket::IPv6Protocol;
+    if (v6) {
         const Q_IPV6ADDR bytes = address.toIPv6Address();
-        std::memcpy(&in6->sin6_addr, &bytes, sizeof bytes);
-        length = sizeof *in6;
-    } else {
-        auto *in4 = reinterpret_cast<sockaddr_in *>(&storage);
-        in4->sin_family = AF_INET;
-        in4->sin_port = htons(port);
-        in4->sin_addr.s_addr = htonl(address.toIPv4Address());
-        length = sizeof *in4;
+        std::memcpy(&in6.sin6_addr, &bytes, sizeof bytes);
     }
-    m_fd = ::socket(storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    m_fd = ::socket(v6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     // Loopback connects at once, even to a listener on this thread that hasn't accepted yet.
-    if (m_fd >= 0 && ::connect(m_fd, reinterpret_cast<sockaddr *>(&storage), length) != 0)
+    const auto *target =
+        v6 ? reinterpret_cast<sockaddr *>(&in6) : reinterpret_cast<sockaddr *>(&in4);
+    if (m_fd >= 0 && ::connect(m_fd, target, v6 ? sizeof in6 : sizeof in4) != 0)
         close();
     if (m_fd >= 0)
         ::fcntl(m_fd, F_SETFL, ::fcntl(m_fd, F_GETFL) | O_NONBLOCK);
@@ -63,13 +70,10 @@ bool LineClient::wait(short events, int timeoutMs)
         if (turnLoop)
             QCoreApplication::processEvents(QEventLoop::AllEvents);
         pollfd ready{m_fd, events, 0};
-        const auto left = int(std::max<qint64>(deadline.remainingTime(), 0));
-        const int got = ::poll(&ready, 1, turnLoop ? std::min(left, 1) : left);
+        const int got = ::poll(&ready, 1, turnLoop ? std::min(left(deadline), 1) : left(deadline));
         if (got > 0)
             return true;
-        if (got < 0 && errno != EINTR)
-            return false;
-        if (deadline.hasExpired())
+        if ((got < 0 && errno != EINTR) || deadline.hasExpired())
             return false;
     }
 }
@@ -77,16 +81,10 @@ bool LineClient::wait(short events, int timeoutMs)
 bool LineClient::send(const QByteArray &data, int timeoutMs)
 {
     const QDeadlineTimer deadline(timeoutMs);
-    QByteArrayView bytes(data);
-    while (!bytes.isEmpty()) {
-        const ssize_t sent = ::send(m_fd, bytes.data(), size_t(bytes.size()), MSG_NOSIGNAL);
-        if (sent > 0) {
+    for (QByteArrayView bytes(data); !bytes.isEmpty();) {
+        if (const ssize_t sent = trySend(bytes); sent > 0)
             bytes = bytes.sliced(sent);
-            continue;
-        }
-        if (sent < 0 && errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK)
-            return false;
-        if (!wait(POLLOUT, int(std::max<qint64>(deadline.remainingTime(), 0))))
+        else if (!wouldBlock() || !wait(POLLOUT, left(deadline)))
             return false;
     }
     return true;
@@ -94,6 +92,7 @@ bool LineClient::send(const QByteArray &data, int timeoutMs)
 
 qsizetype LineClient::trySend(QByteArrayView bytes)
 {
+    errno = 0;
     const ssize_t sent = ::send(m_fd, bytes.data(), size_t(bytes.size()), MSG_NOSIGNAL);
     return sent < 0 ? 0 : qsizetype(sent);
 }
@@ -112,13 +111,12 @@ bool LineClient::fill()
         if (got > 0) {
             m_buffer.append(chunk, got);
             any = true;
+        } else if (got < 0 && errno == EINTR) {
             continue;
+        } else {
+            m_peerClosed = got == 0 || !wouldBlock();
+            return any || !m_peerClosed;
         }
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got == 0 || (errno != EAGAIN && errno != EWOULDBLOCK))
-            m_peerClosed = true;
-        return any || !m_peerClosed;
     }
 }
 
@@ -131,8 +129,7 @@ std::optional<QByteArray> LineClient::readLine(int timeoutMs)
             m_buffer.remove(0, end + 1);
             return line;
         }
-        if (m_fd < 0 || m_peerClosed ||
-            !wait(POLLIN, int(std::max<qint64>(deadline.remainingTime(), 0))) || !fill())
+        if (m_fd < 0 || m_peerClosed || !wait(POLLIN, left(deadline)) || !fill())
             return std::nullopt;
     }
 }
@@ -142,9 +139,7 @@ std::optional<QJsonObject> LineClient::call(const QByteArray &line, int timeoutM
     if (!send(line + '\n', timeoutMs))
         return std::nullopt;
     const std::optional<QByteArray> answer = readLine(timeoutMs);
-    if (!answer)
-        return std::nullopt;
-    return QJsonDocument::fromJson(*answer).object();
+    return answer ? std::optional(QJsonDocument::fromJson(*answer).object()) : std::nullopt;
 }
 
 QByteArray LineClient::tryReceive()
@@ -169,7 +164,7 @@ bool LineClient::waitForClose(int timeoutMs)
 {
     const QDeadlineTimer deadline(timeoutMs);
     while (m_fd >= 0 && !m_peerClosed) {
-        if (!wait(POLLIN, int(std::max<qint64>(deadline.remainingTime(), 0))))
+        if (!wait(POLLIN, left(deadline)))
             return false;
         fill();
     }
@@ -180,13 +175,9 @@ namespace Line {
 
 QByteArray request(const QByteArray &id, const QByteArray &method, const QByteArray &params)
 {
-    QByteArray line = R"({"jsonrpc":"2.0",)";
-    if (!id.isNull())
-        line += R"("id":)" + id + ',';
-    line += R"("method":")" + method + '"';
-    if (!params.isNull())
-        line += R"(,"params":)" + params;
-    return line + '}';
+    return R"({"jsonrpc":"2.0",)" + (id.isNull() ? QByteArray() : R"("id":)" + id + ',') +
+           R"("method":")" + method + '"' +
+           (params.isNull() ? QByteArray() : R"(,"params":)" + params) + '}';
 }
 
 QByteArray call(const QByteArray &id, const QByteArray &tool, const QByteArray &arguments)
