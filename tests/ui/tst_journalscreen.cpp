@@ -1,3 +1,4 @@
+#include "../writing/WritingTestMain.h"
 #include "TestSupport.h"
 
 #include "app/TovrenApp.h"
@@ -21,12 +22,10 @@
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPushButton>
-#include <QTest>
 #include <QTextBlock>
 #include <QToolButton>
 #include <QToolTip>
 
-#include <functional>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -89,26 +88,6 @@ struct Journal {
     }
 };
 
-// Runs `act` on what `find` gives once it is up.
-void whenUp(QWidget *(*find)(), std::function<void(QWidget *)> act)
-{
-    auto *timer = new QTimer;
-    timer->setInterval(20);
-    QObject::connect(timer, &QTimer::timeout, [timer, find, act] {
-        if (QWidget *widget = find()) {
-            timer->stop();
-            timer->deleteLater();
-            act(widget);
-        }
-    });
-    timer->start();
-}
-
-void answerNextDialog(std::function<void(QWidget *)> answer)
-{
-    whenUp(&QApplication::activeModalWidget, std::move(answer));
-}
-
 // Opens the page's context menu at `pos` and picks the action named `choice`.
 void chooseFromContextMenu(JournalTextEdit *editor, const QPoint &pos, const QString &choice)
 {
@@ -165,11 +144,8 @@ private slots:
 
     void keyBindings_data()
     {
-        QTest::addColumn<QString>("page");
-        QTest::addColumn<bool>("selectAll");
-        QTest::addColumn<int>("key");
-        QTest::addColumn<int>("modifiers");
-        QTest::addColumn<QString>("expected");
+        columns<QString, bool, int, int, QString>("page", "selectAll", "key", "modifiers",
+                                                  "expected");
         const auto row = [](const char *name, const QString &page, bool all, int key, int mods,
                             const QString &expected) {
             QTest::newRow(name) << page << all << key << mods << expected;
@@ -201,11 +177,8 @@ private slots:
 
     void keyBindings()
     {
-        QFETCH(QString, page);
-        QFETCH(bool, selectAll);
-        QFETCH(int, key);
-        QFETCH(int, modifiers);
-        QFETCH(QString, expected);
+        auto [page, selectAll, key, modifiers, expected] = fetch<QString, bool, int, int, QString>(
+            "page", "selectAll", "key", "modifiers", "expected");
 
         Journal journal({{0, page}});
         QCOMPARE(journal.editor()->stored(), page);
@@ -219,8 +192,7 @@ private slots:
 
     void linkPromptLinksTheSelection_data()
     {
-        QTest::addColumn<QString>("answer");
-        QTest::addColumn<QString>("expected");
+        columns<QString, QString>("answer", "expected");
         QTest::newRow("address without scheme")
             << u"example.com/a"_s << u"see [docs](https://example.com/a)"_s;
         QTest::newRow("cancel") << QString() << u"see docs"_s;
@@ -228,11 +200,10 @@ private slots:
 
     void linkPromptLinksTheSelection()
     {
-        QFETCH(QString, answer);
-        QFETCH(QString, expected);
+        auto [answer, expected] = fetch<QString, QString>("answer", "expected");
         Journal journal({{0, u"see docs"_s}});
         journal.editor()->setTextCursor(journal.editor()->document()->find(u"docs"_s));
-        answerNextDialog([answer](QWidget *dialog) {
+        whenUp(&QApplication::activeModalWidget, [answer](QWidget *dialog) {
             if (answer.isNull()) {
                 static_cast<QDialog *>(dialog)->reject();
                 return;
@@ -261,7 +232,6 @@ private slots:
         days->setCurrentRow(days->rowOf(journal.day(0)));
         QCOMPARE(journal.editor()->stored(), u"Wednesday words"_s);
 
-        // The list shows both days with their words, today first.
         QCOMPARE(days->rowOf(journal.day(0)), 0);
         QTRY_COMPARE(days->item(0)->data(Qt::UserRole + 1).toString(), u"Wednesday words"_s);
     }
@@ -284,7 +254,7 @@ private slots:
         QCOMPARE(journal.editor()->stored(), u"Monday page"_s);
 
         QString question;
-        answerNextDialog([&](QWidget *dialog) {
+        whenUp(&QApplication::activeModalWidget, [&](QWidget *dialog) {
             auto *box = qobject_cast<QMessageBox *>(dialog);
             QVERIFY(box);
             question = box->text();
@@ -306,13 +276,11 @@ private slots:
         QCOMPARE(journal.stored(0), u"today"_s);
     }
 
-    // A copy inside Tovren carries the page's own text, so a paste gives back every line kind,
-    // mark, table and image; other programs still get plain text and HTML.
+    // A copy inside Tovren carries the page's own text; other programs get plain text and HTML.
     void copyAndPasteKeepTheDialect_data()
     {
-        QTest::addColumn<QString>("page");
-        QTest::addColumn<QString>("from"); // where the selection starts; all when empty
-        QTest::addColumn<QString>("copied");
+        // `from` is where the selection starts; all of the page when empty.
+        columns<QString, QString, QString>("page", "from", "copied");
         const auto whole = [](const char *name, const QString &page) {
             QTest::newRow(name) << page << QString() << page;
         };
@@ -332,9 +300,7 @@ private slots:
 
     void copyAndPasteKeepTheDialect()
     {
-        QFETCH(QString, page);
-        QFETCH(QString, from);
-        QFETCH(QString, copied);
+        auto [page, from, copied] = fetch<QString, QString, QString>("page", "from", "copied");
         Journal journal({{0, page}, {2, u"before\n\nafter"_s}});
         QCOMPARE(journal.editor()->stored(), page);
         QTextCursor selection = journal.editor()->textCursor();
@@ -355,8 +321,7 @@ private slots:
         QCOMPARE(journal.stored(2), u"before\n"_s + copied + u"\nafter"_s);
     }
 
-    // A click on a box toggles the item. A plain click on a link places the caret; Ctrl+click
-    // opens it, and the page says so: a tooltip, and a hand while Ctrl is held.
+    // A plain click on a link places the caret; Ctrl+click opens it, as its tooltip and hand say.
     void clicksOnThePage()
     {
         const QString links = u"see [the docs](https://docs.example/a) or https://b.example/c"_s;
@@ -402,10 +367,9 @@ private slots:
     void mentionCompletion()
     {
         Journal journal;
-        journal.context().insert(
-            std::make_shared<Person>(u"Ana Lopez"_s, u"Designer"_s, RelationshipType::peer));
-        journal.context().insert(
-            std::make_shared<Person>(u"Bo Chen"_s, u"Engineer"_s, RelationshipType::peer));
+        for (const QString &name : {u"Ana Lopez"_s, u"Bo Chen"_s})
+            journal.context().insert(
+                std::make_shared<Person>(name, u"Designer"_s, RelationshipType::peer));
         QVERIFY(journal.context().trySave());
         QTest::keyClicks(journal.editor(), u"met @lo"_s);
         PickerPopup *popup = journal.editor()->popup();
@@ -419,10 +383,7 @@ private slots:
 
     void contextMenuCommands_data()
     {
-        QTest::addColumn<QString>("page");
-        QTest::addColumn<QString>("clickAt");
-        QTest::addColumn<QString>("choice");
-        QTest::addColumn<QString>("expected");
+        columns<QString, QString, QString, QString>("page", "clickAt", "choice", "expected");
         const QString table = u"| a | b |\n| --- | --- |\n| c | d |"_s;
         QTest::newRow("row below") << table << u"c"_s << u"Insert Row Below"_s
                                    << u"| a | b |\n| --- | --- |\n| c | d |\n|  |"_s;
@@ -432,10 +393,8 @@ private slots:
 
     void contextMenuCommands()
     {
-        QFETCH(QString, page);
-        QFETCH(QString, clickAt);
-        QFETCH(QString, choice);
-        QFETCH(QString, expected);
+        auto [page, clickAt, choice, expected] =
+            fetch<QString, QString, QString, QString>("page", "clickAt", "choice", "expected");
         Journal journal({{0, page}});
         QTextCursor at = journal.editor()->document()->find(clickAt);
         at.setPosition(at.selectionStart());
@@ -443,7 +402,6 @@ private slots:
         QCOMPARE(journal.stored(), expected);
     }
 
-    // A pasted image is stored as a file and a record of the day, named by its token.
     void pastedImageIsKeptAndResized()
     {
         Journal journal;
@@ -472,8 +430,7 @@ private slots:
 
     void streakCountsWorkWeeks_data()
     {
-        QTest::addColumn<QList<int>>("daysAgo");
-        QTest::addColumn<int>("weeks");
+        columns<QList<int>, int>("daysAgo", "weeks");
         // Today is a Wednesday; weeks start on Sunday.
         QTest::newRow("nothing") << QList<int>{} << 0;
         QTest::newRow("this week and last") << QList<int>{2, 8} << 2;
@@ -485,8 +442,7 @@ private slots:
 
     void streakCountsWorkWeeks()
     {
-        QFETCH(QList<int>, daysAgo);
-        QFETCH(int, weeks);
+        auto [daysAgo, weeks] = fetch<QList<int>, int>("daysAgo", "weeks");
         FixedClock clock(now, testCalendar());
         const Calendar calendar = Calendar::current();
         QList<QDateTime> dates;

@@ -34,8 +34,6 @@ const QDateTime now(QDate(2026, 11, 18), QTime(9, 30), Qt::UTC);
 
 } // namespace
 
-// The real main window, driven as a user would: typing, moving between days, an assistant
-// writing at the same time, the listener switched on through its consent, everything erased.
 class MainWindowTest : public QObject {
     Q_OBJECT
 
@@ -73,10 +71,7 @@ private:
     QJsonObject call(QTcpSocket &socket, const QByteArray &line)
     {
         socket.write(line + '\n');
-        QElapsedTimer waited;
-        waited.start();
-        while (!socket.canReadLine() && waited.elapsed() < 5000)
-            QTest::qWait(10);
+        (void)QTest::qWaitFor([&socket] { return socket.canReadLine(); }, 5000);
         return QJsonDocument::fromJson(socket.readLine()).object();
     }
 
@@ -124,7 +119,6 @@ private slots:
     void openedWindowTypesIntoToday()
     {
         QFETCH(QString, opening);
-        // A fresh start over a journal with pages.
         m_window.reset();
         m_app.reset();
         m_app = std::make_unique<TovrenApp>();

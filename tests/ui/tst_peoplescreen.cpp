@@ -1,3 +1,4 @@
+#include "../writing/WritingTestMain.h"
 #include "TestSupport.h"
 
 #include "app/TovrenApp.h"
@@ -21,11 +22,11 @@
 #include <QCheckBox>
 #include <QDialogButtonBox>
 #include <QLabel>
+#include <QLineEdit>
 #include <QListView>
 #include <QListWidget>
 #include <QMenu>
 #include <QPushButton>
-#include <QTest>
 #include <QToolButton>
 
 using namespace Qt::StringLiterals;
@@ -38,14 +39,7 @@ const QDateTime now(QDate(2026, 11, 18), QTime(9, 30), Qt::UTC);
 // Fills the next modal form, by its fields' object names, and presses its accepting button.
 void fillNextDialog(const QVariantMap &fields)
 {
-    auto *timer = new QTimer;
-    timer->setInterval(20);
-    QObject::connect(timer, &QTimer::timeout, [timer, fields] {
-        QWidget *modal = QApplication::activeModalWidget();
-        if (!modal)
-            return;
-        timer->stop();
-        timer->deleteLater();
+    whenUp(&QApplication::activeModalWidget, [fields](QWidget *modal) {
         for (auto it = fields.cbegin(); it != fields.cend(); ++it) {
             QWidget *field = modal->findChild<QWidget *>(it.key());
             QVERIFY2(field, qPrintable(it.key()));
@@ -61,7 +55,6 @@ void fillNextDialog(const QVariantMap &fields)
                 button->click();
         }
     });
-    timer->start();
 }
 
 // A Tovren on a fresh data folder with its People screen, or the whole window.
@@ -122,8 +115,7 @@ class TestPeopleScreen : public QObject {
 private slots:
     void initTestCase() { QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates)); }
 
-    // Nobody yet: one sentence and one button; the button's form makes the person, whose
-    // next 1:1 note then has the keys and keeps what is typed.
+    // The empty state's button makes the person, whose next 1:1 note then takes the typing.
     void emptyStateAddsAPersonAndTheirNote()
     {
         People people;
@@ -193,8 +185,7 @@ private slots:
 
     void lastMet_data()
     {
-        QTest::addColumn<int>("daysAgo");
-        QTest::addColumn<QString>("words");
+        columns<int, QString>("daysAgo", "words");
         QTest::newRow("today") << 0 << u"last met today"_s;
         QTest::newRow("yesterday") << 1 << u"last met yesterday"_s;
         QTest::newRow("6 days") << 6 << u"last met 6 days ago"_s;
@@ -210,8 +201,7 @@ private slots:
     // Counted in calendar days: late last night is yesterday, not today.
     void lastMet()
     {
-        QFETCH(int, daysAgo);
-        QFETCH(QString, words);
+        auto [daysAgo, words] = fetch<int, QString>("daysAgo", "words");
         FixedClock clock(now, testCalendar());
         const QDateTime lateThatDay =
             Calendar::current().startOfDay(now.addDays(-daysAgo)).addSecs(23 * 3600 + 59 * 60);
@@ -298,8 +288,7 @@ private slots:
         QCOMPARE(people.screen->model()->index(0).data(PeopleListModel::CountRole).toInt(), 0);
     }
 
-    // "New 1:1 Note" for a day: the next-1:1 words move into the dated note, and the
-    // scratchpad is left empty; a second note that day is the same note.
+    // The next-1:1 words move into a new dated note; a second note that day is the same one.
     void newNoteTakesTheScratchpad()
     {
         People people;
@@ -328,8 +317,6 @@ private slots:
         QVERIFY(!people.context().hasChanges());
     }
 
-    // An assistant writes while the user types in a note: both texts stay, and what the
-    // assistant logged shows on the page at once.
     void assistantWritesWhileTyping_data()
     {
         QTest::addColumn<QString>("write");
@@ -372,12 +359,10 @@ private slots:
         QTRY_COMPARE(people.page()->openActionBoxes().size(), write == u"add_action_item" ? 1 : 0);
     }
 
-    // Delete asks, from the list only, naming the person and the meetings that go with them;
-    // No keeps everything, Yes removes the meetings and their action items too.
+    // Delete asks, from the list only; Yes removes the meetings and their action items too.
     void deleteAsksFirst_data()
     {
-        QTest::addColumn<int>("meetings");
-        QTest::addColumn<QString>("words");
+        columns<int, QString>("meetings", "words");
         QTest::newRow("none") << 0 << u"Ana will be removed from People. This can't be undone."_s;
         QTest::newRow("one") << 1
                              << u"Ana and 1 meeting, with its notes and action items, will be "
@@ -389,8 +374,7 @@ private slots:
 
     void deleteAsksFirst()
     {
-        QFETCH(int, meetings);
-        QFETCH(QString, words);
+        auto [meetings, words] = fetch<int, QString>("meetings", "words");
         People people;
         auto ana = people.person(u"Ana"_s, meetings);
         people.select(ana);
@@ -421,8 +405,7 @@ private slots:
         QVERIFY(people.screen->emptyState()->isVisible());
     }
 
-    // In the window: a person link of a page (or an inbox route) hands the person over through
-    // the preference, the tab opens on them with their note ready, and Ctrl+N adds a person.
+    // A person link hands the person over through the preference; Ctrl+N adds a person.
     void handOverFocusAndNewPerson()
     {
         People people(true);
@@ -447,7 +430,6 @@ private slots:
         QCOMPARE(screen->page()->person()->name, u"Cy"_s);
         QCOMPARE(people.context().fetchCount<Person>(), 3);
 
-        // A person link inside a 1:1 note, with the tab already open.
         EditorLink::follow(EditorLink::personLink(ana->id.toString(QUuid::WithoutBraces)),
                            people.app.preferences());
         QCOMPARE(screen->page()->person(), ana);

@@ -1,7 +1,7 @@
+#include "WritingTestMain.h"
 #include "writing/JournalDraftStore.h"
 
 #include <QRandomGenerator>
-#include <QTest>
 
 using namespace Qt::StringLiterals;
 
@@ -44,10 +44,7 @@ class TestDraftMerge : public QObject {
 private slots:
     void merge_data()
     {
-        QTest::addColumn<QString>("base");
-        QTest::addColumn<QString>("ours");
-        QTest::addColumn<QString>("theirs");
-        QTest::addColumn<QString>("merged");
+        columns<QString, QString, QString, QString>("base", "ours", "theirs", "merged");
         QTest::newRow("we appended") << u"a"_s << u"a\nb"_s << u"a"_s << u"a\nb"_s;
         QTest::newRow("they appended") << u"a"_s << u"a"_s << u"a\nc"_s << u"a\nc"_s;
         QTest::newRow("both appended") << u"a"_s << u"a\nb"_s << u"a\nc"_s << u"a\nc\nb"_s;
@@ -77,10 +74,8 @@ private slots:
 
     void merge()
     {
-        QFETCH(QString, base);
-        QFETCH(QString, ours);
-        QFETCH(QString, theirs);
-        QFETCH(QString, merged);
+        auto [base, ours, theirs, merged] =
+            fetch<QString, QString, QString, QString>("base", "ours", "theirs", "merged");
         const QString result = JournalDraftStore::merge(base, ours, theirs);
         QCOMPARE(result, merged);
         QCOMPARE(lostLines(base, ours, theirs, result), QString());
@@ -126,10 +121,7 @@ private slots:
 
     void reconcile_data()
     {
-        QTest::addColumn<QString>("draft");
-        QTest::addColumn<QString>("base");
-        QTest::addColumn<QString>("stored");
-        QTest::addColumn<QString>("result");
+        columns<QString, QString, QString, QString>("draft", "base", "stored", "result");
         QTest::newRow("nothing new") << u"a\n"_s << u"a"_s << u" a"_s << u" a"_s;
         QTest::newRow("only we typed") << u"a\nb"_s << u"a"_s << u"a\n"_s << u"a\nb"_s;
         QTest::newRow("only they wrote") << u"a "_s << u"a"_s << u"a\nc"_s << u"a\nc"_s;
@@ -138,10 +130,8 @@ private slots:
 
     void reconcile()
     {
-        QFETCH(QString, draft);
-        QFETCH(QString, base);
-        QFETCH(QString, stored);
-        QFETCH(QString, result);
+        auto [draft, base, stored, result] =
+            fetch<QString, QString, QString, QString>("draft", "base", "stored", "result");
         QCOMPARE(JournalDraftStore::reconcile(draft, base, stored), result);
     }
 

@@ -78,30 +78,23 @@ class TestEditingRules : public QObject {
 private slots:
     void returnKey_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("line");
-        QTest::addColumn<QString>("after");
+        columns<QString, int, QString>("text", "line", "after");
         QTest::newRow("bullet continues") << u"- a"_s << 0 << u"- a\n- x"_s;
-        QTest::newRow("checklist starts unchecked")
-            << u"- [x] done"_s << 0 << u"- [x] done\n- [ ] x"_s;
+        QTest::newRow("checklist: unchecked") << u"- [x] done"_s << 0 << u"- [x] done\n- [ ] x"_s;
         QTest::newRow("number counts on") << u"9. nine"_s << 0 << u"9. nine\n10. x"_s;
         QTest::newRow("quote continues") << u"> q"_s << 0 << u"> q\n> x"_s;
         QTest::newRow("indentation kept") << u"    - deep"_s << 0 << u"    - deep\n    - x"_s;
         QTest::newRow("empty item leaves the list") << u"- a\n- "_s << 1 << u"- a\nx"_s;
-        QTest::newRow("empty nested item outdents")
-            << u"- a\n        - "_s << 1 << u"- a\n    - x"_s;
+        QTest::newRow("empty subitem outdents") << u"- a\n        - "_s << 1 << u"- a\n    - x"_s;
         QTest::newRow("empty quote ends") << u"> "_s << 0 << u"x"_s;
         QTest::newRow("heading is followed by text") << u"# Title"_s << 0 << u"# Title\nx"_s;
     }
 
     void returnKey()
     {
-        QFETCH(QString, text);
-        QFETCH(int, line);
-        QFETCH(QString, after);
+        auto [text, line, after] = fetch<QString, int, QString>("text", "line", "after");
         Editor editor(text);
-        editor.at(line);
-        QVERIFY(EditingRules::handleReturn(editor.cursor));
+        QVERIFY(EditingRules::handleReturn(editor.at(line).cursor));
         editor.type(u"x"_s);
         QCOMPARE(editor.stored(), after);
     }
@@ -118,10 +111,7 @@ private slots:
 
     void backspaceInMarker_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("column");
-        QTest::addColumn<bool>("handled");
-        QTest::addColumn<QString>("after");
+        columns<QString, int, bool, QString>("text", "column", "handled", "after");
         QTest::newRow("bullet") << u"- a"_s << 2 << true << u"a"_s;
         QTest::newRow("indented checklist") << u"  - [ ] a"_s << 4 << true << u"a"_s;
         QTest::newRow("numbered") << u"12. a"_s << 4 << true << u"a"_s;
@@ -132,10 +122,8 @@ private slots:
 
     void backspaceInMarker()
     {
-        QFETCH(QString, text);
-        QFETCH(int, column);
-        QFETCH(bool, handled);
-        QFETCH(QString, after);
+        auto [text, column, handled, after] =
+            fetch<QString, int, bool, QString>("text", "column", "handled", "after");
         Editor editor(text);
         QCOMPARE(EditingRules::handleBackspaceInMarker(editor.at(0, column).cursor), handled);
         QCOMPARE(editor.stored(), after);
@@ -143,9 +131,7 @@ private slots:
 
     void typedShortcuts_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("typed");
-        QTest::addColumn<QString>("after");
+        columns<QString, QString, QString>("text", "typed", "after");
         QTest::newRow("dash") << QString() << u"- x"_s << u"- x"_s;
         QTest::newRow("star") << QString() << u"* x"_s << u"- x"_s;
         QTest::newRow("plus") << QString() << u"+ x"_s << u"- x"_s;
@@ -171,9 +157,7 @@ private slots:
 
     void typedShortcuts()
     {
-        QFETCH(QString, text);
-        QFETCH(QString, typed);
-        QFETCH(QString, after);
+        auto [text, typed, after] = fetch<QString, QString, QString>("text", "typed", "after");
         Editor editor(text);
         editor.at(editor.document.blockCount() - 1).type(typed);
         QCOMPARE(editor.stored(), after);
@@ -204,11 +188,7 @@ private slots:
 
     void toggleInline_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("from");
-        QTest::addColumn<int>("to");
-        QTest::addColumn<int>("style");
-        QTest::addColumn<QString>("after");
+        columns<QString, int, int, int, QString>("text", "from", "to", "style", "after");
         QTest::newRow("bold a word")
             << u"one two"_s << 4 << 7 << int(InlineStyle::bold) << u"one **two**"_s;
         QTest::newRow("unbold") << u"one **two**"_s << 4 << 7 << int(InlineStyle::bold)
@@ -227,11 +207,8 @@ private slots:
 
     void toggleInline()
     {
-        QFETCH(QString, text);
-        QFETCH(int, from);
-        QFETCH(int, to);
-        QFETCH(int, style);
-        QFETCH(QString, after);
+        auto [text, from, to, style, after] =
+            fetch<QString, int, int, int, QString>("text", "from", "to", "style", "after");
         Editor editor(text);
         EditingRules::toggleInline(editor.select(from, to).cursor, InlineStyle(style));
         QCOMPARE(editor.stored(), after);
@@ -239,14 +216,11 @@ private slots:
 
     void toggleLineFormatting_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("kind");
-        QTest::addColumn<QString>("after");
+        columns<QString, QString, QString>("text", "kind", "after");
         QTest::newRow("bullets") << u"a\nb"_s << u"bullet"_s << u"- a\n- b"_s;
         QTest::newRow("all bullets turn back") << u"- a\n- b"_s << u"bullet"_s << u"a\nb"_s;
         QTest::newRow("numbers count") << u"a\nb"_s << u"numbered"_s << u"1. a\n2. b"_s;
-        QTest::newRow("list to list keeps indentation")
-            << u"  - a"_s << u"checklist"_s << u"  - [ ] a"_s;
+        QTest::newRow("list kind keeps indent") << u"  - a"_s << u"checklist"_s << u"  - [ ] a"_s;
         QTest::newRow("quote") << u"a\nb"_s << u"quote"_s << u"> a\n> b"_s;
         QTest::newRow("heading keeps marks") << u"**a**"_s << u"h2"_s << u"## **a**"_s;
         QTest::newRow("code is fenced") << u"a\nb"_s << u"code"_s << u"```\na\nb\n```"_s;
@@ -256,9 +230,7 @@ private slots:
 
     void toggleLineFormatting()
     {
-        QFETCH(QString, text);
-        QFETCH(QString, kind);
-        QFETCH(QString, after);
+        auto [text, kind, after] = fetch<QString, QString, QString>("text", "kind", "after");
         Editor editor(text);
         EditingRules::toggleLineFormatting(editor.selectAll().cursor, *lineFormattingFromRaw(kind));
         QCOMPARE(editor.stored(), after);
@@ -266,8 +238,7 @@ private slots:
 
     void links_data()
     {
-        QTest::addColumn<QString>("input");
-        QTest::addColumn<QString>("url");
+        columns<QString, QString>("input", "url");
         QTest::newRow("bare host") << u" example.com/a "_s << u"https://example.com/a"_s;
         QTest::newRow("http kept") << u"http://x.org"_s << u"http://x.org"_s;
         QTest::newRow("other scheme kept") << u"ftp://x.org"_s << u"ftp://x.org"_s;
@@ -276,8 +247,7 @@ private slots:
 
     void links()
     {
-        QFETCH(QString, input);
-        QFETCH(QString, url);
+        auto [input, url] = fetch<QString, QString>("input", "url");
         QCOMPARE(EditingRules::normalizedLinkUrl(input), url);
     }
 
@@ -343,8 +313,7 @@ private slots:
 
     void slashMenu_data()
     {
-        QTest::addColumn<int>("action");
-        QTest::addColumn<QString>("after");
+        columns<int, QString>("action", "after");
         QTest::newRow("heading") << int(SlashMenu::Action::heading) << u"a\n# x"_s;
         QTest::newRow("subheading") << int(SlashMenu::Action::subheading) << u"a\n## x"_s;
         QTest::newRow("bullets") << int(SlashMenu::Action::bulletList) << u"a\n- x"_s;
@@ -355,14 +324,12 @@ private slots:
         QTest::newRow("divider") << int(SlashMenu::Action::divider) << u"a\n---\nx"_s;
         QTest::newRow("table") << int(SlashMenu::Action::table)
                                << u"a\n| x |  |\n| --- | --- |\n|  |"_s;
-        QTest::newRow("image leaves the line to the view")
-            << int(SlashMenu::Action::image) << u"a\nx"_s;
+        QTest::newRow("image is left to the view") << int(SlashMenu::Action::image) << u"a\nx"_s;
     }
 
     void slashMenu()
     {
-        QFETCH(int, action);
-        QFETCH(QString, after);
+        auto [action, after] = fetch<int, QString>("action", "after");
         Editor editor(u"a\n"_s);
         editor.at(1).type(u"/"_s);
         QVERIFY(SlashMenu::shouldOpen(editor.cursor));
@@ -376,10 +343,7 @@ private slots:
 
     void completionQuery_data()
     {
-        QTest::addColumn<QString>("line");
-        QTest::addColumn<bool>("active");
-        QTest::addColumn<bool>("mention");
-        QTest::addColumn<QString>("query");
+        columns<QString, bool, bool, QString>("line", "active", "mention", "query");
         QTest::newRow("after a blank") << u"met @An"_s << true << true << u"An"_s;
         QTest::newRow("at the start") << u"@"_s << true << true << QString();
         QTest::newRow("with a blank") << u"@Ann L"_s << true << true << u"Ann L"_s;
@@ -390,10 +354,8 @@ private slots:
 
     void completionQuery()
     {
-        QFETCH(QString, line);
-        QFETCH(bool, active);
-        QFETCH(bool, mention);
-        QFETCH(QString, query);
+        auto [line, active, mention, query] =
+            fetch<QString, bool, bool, QString>("line", "active", "mention", "query");
         Editor editor(line);
         const auto found = Completion::activeQuery(editor.at(0).cursor);
         QCOMPARE(found.has_value(), active);
@@ -420,8 +382,7 @@ private slots:
                  (QStringList{u"Launch"_s, u"release"_s}));
 
         Editor editor(u"met @an today"_s);
-        editor.at(0, 7);
-        const auto query = Completion::activeQuery(editor.cursor);
+        const auto query = Completion::activeQuery(editor.at(0, 7).cursor);
         QVERIFY(query);
         Completion::insert(editor.cursor, *query, u"Anna Ek"_s);
         QCOMPARE(editor.stored(), u"met @Anna Ek  today"_s);
@@ -462,8 +423,7 @@ private slots:
 
     void pastedLists_data()
     {
-        QTest::addColumn<QString>("plain");
-        QTest::addColumn<QString>("stored");
+        columns<QString, QString>("plain", "stored");
         QTest::newRow("bullet glyphs") << u"• one\n◦ two\n– three"_s << u"- one\n- two\n- three"_s;
         QTest::newRow("numbers") << u"1) one\n2. two\n3.no"_s << u"1. one\n2. two\n3.no"_s;
         QTest::newRow("tabbed prefixes")
@@ -473,8 +433,7 @@ private slots:
 
     void pastedLists()
     {
-        QFETCH(QString, plain);
-        QFETCH(QString, stored);
+        auto [plain, stored] = fetch<QString, QString>("plain", "stored");
         QCOMPARE(PasteNormalizer::normalizePastedLists(plain), stored);
     }
 
@@ -489,8 +448,7 @@ private slots:
                          "2. second"_s);
 
         Editor editor(u"start end"_s);
-        editor.at(0, 6);
-        EntryMarkup::insertMarkdown(editor.cursor, u"**a**\n- b\nc"_s);
+        EntryMarkup::insertMarkdown(editor.at(0, 6).cursor, u"**a**\n- b\nc"_s);
         QCOMPARE(editor.stored(), u"start **a**\n- b\ncend"_s);
     }
 };

@@ -43,8 +43,7 @@ QString token(const QUuid &id)
     return u"{{img:"_s + id.toString(QUuid::WithoutBraces).toUpper() + u"}}"_s;
 }
 
-// How the assistant tools write a day while the page may hold typing: from the live text,
-// then telling the draft store and the page.
+// How the assistant tools write a day: from the live text, then telling drafts and the page.
 void assistantAdds(ModelContext &context, JournalDraftStore &drafts, const QString &line)
 {
     const auto entries = JournalPageEditor::storedEntries(today, context);
@@ -60,14 +59,6 @@ void assistantAdds(ModelContext &context, JournalDraftStore &drafts, const QStri
     context.save();
     drafts.recordStored(text, today);
     NoticeCenter::shared().post(Notices::journalReplaced, {{u"day"_s, today}, {u"text"_s, text}});
-}
-
-// A writer that knows nothing of drafts, such as an import.
-void otherWriterStores(ModelContext &context, const QString &text)
-{
-    const auto entries = JournalPageEditor::storedEntries(today, context);
-    entries.first()->content = text;
-    context.save();
 }
 
 } // namespace
@@ -128,8 +119,7 @@ private slots:
     void emptyPagesMakeNoRecord_data()
     {
         QTest::addColumn<QString>("typed");
-        QTest::newRow("untouched skeleton with a blank")
-            << u"## Yesterday\n\n## Today\n\n## Blockers\n\n"_s;
+        QTest::newRow("skeleton plus a blank") << u"## Yesterday\n\n## Today\n\n## Blockers\n\n"_s;
         QTest::newRow("white space") << u"  \n\t\n"_s;
     }
 
@@ -240,7 +230,10 @@ private slots:
         if (writer == 0) {
             assistantAdds(context(), m_f->drafts, u"assistant line"_s);
         } else {
-            otherWriterStores(context(), u"## Today\nstandup\n\nassistant line"_s);
+            // A writer that knows nothing of drafts, such as an import.
+            JournalPageEditor::storedEntries(today, context()).first()->content =
+                u"## Today\nstandup\n\nassistant line"_s;
+            context().save();
             if (writer == 1)
                 NoticeCenter::shared().post(Notices::journalReplaced, {{u"day"_s, today}});
         }

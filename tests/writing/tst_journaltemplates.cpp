@@ -1,11 +1,10 @@
 #include "TestSupport.h"
+#include "WritingTestMain.h"
 #include "core/PreferenceKeys.h"
 #include "core/Preferences.h"
 #include "writing/JournalGreeting.h"
 #include "writing/JournalSidebar.h"
 #include "writing/JournalTemplates.h"
-
-#include <QTest>
 
 using namespace Qt::StringLiterals;
 
@@ -43,13 +42,11 @@ private slots:
 
     void customSections_data()
     {
-        QTest::addColumn<QString>("json");
-        QTest::addColumn<QString>("content");
+        columns<QString, QString>("json", "content");
         const QString standup = u"## Yesterday\n\n## Today\n\n## Blockers\n"_s;
         QTest::newRow("user's sections win")
             << uR"({"standup":["Done","Next"]})"_s << u"## Done\n\n## Next\n"_s;
-        QTest::newRow("other templates' edits don't matter")
-            << uR"({"general":["X"]})"_s << standup;
+        QTest::newRow("another template's edits") << uR"({"general":["X"]})"_s << standup;
         QTest::newRow("undecodable falls back") << u"{not json"_s << standup;
         QTest::newRow("not a list of names falls back") << uR"({"standup":["a",1]})"_s << standup;
         QTest::newRow("emptied on purpose") << uR"({"standup":[]})"_s << QString();
@@ -57,8 +54,7 @@ private slots:
 
     void customSections()
     {
-        QFETCH(QString, json);
-        QFETCH(QString, content);
+        auto [json, content] = fetch<QString, QString>("json", "content");
         m_f->prefs.set(Prefs::customTemplateSections, json);
         m_f->prefs.set(Prefs::journalTemplate, u"standup"_s);
         QCOMPARE(JournalTemplates::content(u"standup"_s, m_f->prefs), content);
@@ -81,9 +77,7 @@ private slots:
 
     void inserting_data()
     {
-        QTest::addColumn<QString>("page");
-        QTest::addColumn<QString>("section");
-        QTest::addColumn<QString>("result");
+        columns<QString, QString, QString>("page", "section", "result");
         const QString skeleton = u"## Yesterday\n\n## Today\n\n## Blockers\n"_s;
         // The text goes right after the section's last line, blank lines staying below it.
         QTest::newRow("first write under a fresh heading")
@@ -98,6 +92,8 @@ private slots:
         QTest::newRow("a deeper heading ends the section")
             << u"## Today\nx\n### Detail\ny"_s << u"Today"_s
             << u"## Today\nx\nshipped\n### Detail\ny"_s;
+        QTest::newRow("no such section") << u"## Tomorrow\n#Today"_s << u"Today"_s << QString();
+        QTest::newRow("empty page") << QString() << u"Today"_s << QString();
         QTest::newRow("a tag line is text, not a heading")
             << u"## Today\n#launch went out\n## Next"_s << u"Today"_s
             << u"## Today\n#launch went out\nshipped\n## Next"_s;
@@ -105,23 +101,15 @@ private slots:
 
     void inserting()
     {
-        QFETCH(QString, page);
-        QFETCH(QString, section);
-        QFETCH(QString, result);
-        QCOMPARE(JournalTemplates::inserting(u"shipped"_s, section, page), result);
-    }
-
-    void insertingWithoutTheSection()
-    {
-        QCOMPARE(JournalTemplates::inserting(u"x"_s, u"Today"_s, u"## Tomorrow\n#Today"_s),
-                 std::nullopt);
-        QCOMPARE(JournalTemplates::inserting(u"x"_s, u"Today"_s, QString()), std::nullopt);
+        auto [page, section, result] =
+            fetch<QString, QString, QString>("page", "section", "result");
+        QCOMPARE(JournalTemplates::inserting(u"shipped"_s, section, page),
+                 result.isNull() ? std::nullopt : std::optional(result));
     }
 
     void cleanedContent_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("row");
+        columns<QString, QString>("text", "row");
         QTest::newRow("headings, fences, rules go")
             << u"## Today\n```\ncode\n```\n---\n| a | b |\n|---|:-:|\ntext"_s
             << u"code a  b text"_s;
@@ -136,26 +124,20 @@ private slots:
 
     void cleanedContent()
     {
-        QFETCH(QString, text);
-        QFETCH(QString, row);
+        auto [text, row] = fetch<QString, QString>("text", "row");
         QCOMPARE(JournalSidebar::cleanedContent(text), row);
     }
 
     void cleanedContentOfHostileTextStaysShort()
     {
-        QString hostile;
-        for (int i = 0; i < 20000; ++i)
-            hostile += u"[a](b {{img:c "_s;
-        for (int i = 0; i < 200; ++i)
-            hostile += u"\nline **open"_s;
+        const QString hostile =
+            u"[a](b {{img:c "_s.repeated(20000) + u"\nline **open"_s.repeated(200);
         QVERIFY(JournalSidebar::cleanedContent(hostile).size() <= 2100);
     }
 
     void greeting_data()
     {
-        QTest::addColumn<int>("hour");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("text");
+        columns<int, QString, QString>("hour", "name", "text");
         QTest::newRow("morning") << 0 << u"Ana"_s << u"Good morning, Ana"_s;
         QTest::newRow("still morning") << 11 << QString() << u"Good morning"_s;
         QTest::newRow("noon") << 12 << u"  "_s << u"Good afternoon"_s;
@@ -164,9 +146,7 @@ private slots:
 
     void greeting()
     {
-        QFETCH(int, hour);
-        QFETCH(QString, name);
-        QFETCH(QString, text);
+        auto [hour, name, text] = fetch<int, QString, QString>("hour", "name", "text");
         const Calendar calendar = testCalendar("Asia/Tokyo");
         const QDateTime now = calendar.at(QDate(2024, 5, 6), hour, 30);
         QCOMPARE(JournalGreeting::greeting(now.toUTC(), calendar, name), text);

@@ -3,7 +3,6 @@
 #include "writing/MarkdownDialect.h"
 #include "writing/MarkdownExport.h"
 
-#include <QTest>
 #include <QTextBlock>
 #include <QTextDocument>
 #include <QTextFrame>
@@ -18,13 +17,6 @@ namespace {
 
 const QString imageA = u"0F8E3C2A-7B4D-4E1F-9A6B-5C3D2E1F0A9B"_s;
 const QString imageB = u"11111111-2222-3333-4444-555555555555"_s;
-
-QString roundTrip(const QString &text, const EntryMarkup::LoadOptions &options = {})
-{
-    QTextDocument document;
-    EntryMarkup::loadFromMarkdown(text, document, options);
-    return EntryMarkup::serializeToMarkdown(document);
-}
 
 // The text runs of the single line a text loads to, with their marks.
 QList<Span> spansOf(const QString &line)
@@ -41,15 +33,6 @@ Span run(const QString &text, Styles styles = {}, const QString &link = {},
          const QString &highlight = {})
 {
     return Span{text, styles, link, highlight, std::nullopt};
-}
-
-QString repeated(const QString &piece, int times)
-{
-    QString out;
-    out.reserve(piece.size() * times);
-    for (int i = 0; i < times; ++i)
-        out += piece;
-    return out;
 }
 
 } // namespace
@@ -121,9 +104,9 @@ private slots:
         QTest::newRow("unicode") << u"Café 日本語 🎉 עברית e\u0301 \u2028 \u00a0"_s;
         QTest::newRow("control characters") << u"a\u0000b\u000bc\u000cd\u0085"_s;
         QTest::newRow("replacement characters") << QString::fromUtf8("bad \xff\xfe bytes \xc3");
-        QTest::newRow("10,000 nested quotes") << repeated(u"> "_s, 10000) + u"deep"_s;
-        QTest::newRow("long line") << repeated(u"word **bold** [a](b) ==c== "_s, 4000);
-        QTest::newRow("long unclosed") << repeated(u"[a](b <u>c {{img:d ~e =f "_s, 20000);
+        QTest::newRow("10,000 nested quotes") << u"> "_s.repeated(10000) + u"deep"_s;
+        QTest::newRow("long line") << u"word **bold** [a](b) ==c== "_s.repeated(4000);
+        QTest::newRow("long unclosed") << u"[a](b <u>c {{img:d ~e =f "_s.repeated(20000);
     }
 
     void roundTripIsExact()
@@ -136,8 +119,7 @@ private slots:
     // Forms that are read but written in one way only; what is written then stands.
     void readFormsAreWrittenOneWay_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("written");
+        columns<QString, QString>("text", "written");
         QTest::newRow("star bullet") << u"* item"_s << u"- item"_s;
         QTest::newRow("star divider") << u"***"_s << u"---"_s;
         QTest::newRow("capital check") << u"- [X] done"_s << u"- [x] done"_s;
@@ -160,7 +142,7 @@ private slots:
         QTest::newRow("separator in the middle")
             << u"| a |\n| b |\n| - |"_s << u"| a |\n| --- |\n| b |"_s;
         QTest::newRow("long line of marks that pair up")
-            << repeated(u"[a](b **c ==d <u>e ~~f `g "_s, 2)
+            << u"[a](b **c ==d <u>e ~~f `g "_s.repeated(2)
             << u"[a](b **c ==d <u>e ~~f `g [a](b** c ==d <u>e ~~f `g "_s;
         QTest::newRow("editor characters")
             << u"a\uFFFCb\uFDD0c"_s + QChar(0xD800) << u"a\uFFFDb\uFFFDc\uFFFD"_s;
@@ -168,16 +150,14 @@ private slots:
 
     void readFormsAreWrittenOneWay()
     {
-        QFETCH(QString, text);
-        QFETCH(QString, written);
+        auto [text, written] = fetch<QString, QString>("text", "written");
         QCOMPARE(roundTrip(text), written);
         QCOMPARE(roundTrip(written), written);
     }
 
     void spansAreReadWithPrecedence_data()
     {
-        QTest::addColumn<QString>("line");
-        QTest::addColumn<QList<Span>>("spans");
+        columns<QString, QList<Span>>("line", "spans");
         QTest::newRow("half-closed bold stays text") << u"**bold*"_s << QList{run(u"**bold*"_s)};
         QTest::newRow("three stars are one span")
             << u"***a***"_s << QList{run(u"a"_s, Style::bold | Style::italic)};
@@ -200,16 +180,13 @@ private slots:
 
     void spansAreReadWithPrecedence()
     {
-        QFETCH(QString, line);
-        QFETCH(QList<Span>, spans);
+        auto [line, spans] = fetch<QString, QList<Span>>("line", "spans");
         QCOMPARE(spansOf(line), spans);
     }
 
     void linesGetTheirKindAndGlyph_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QStringList>("kinds");
-        QTest::addColumn<QStringList>("shown");
+        columns<QString, QStringList, QStringList>("text", "kinds", "shown");
         QTest::newRow("lists") << u"- a\n  - [ ] b\n- [x] c\n12. d"_s
                                << QStringList{u"bullet"_s, u"checklist"_s, u"checklist"_s,
                                               u"numbered"_s}
@@ -229,9 +206,8 @@ private slots:
 
     void linesGetTheirKindAndGlyph()
     {
-        QFETCH(QString, text);
-        QFETCH(QStringList, kinds);
-        QFETCH(QStringList, shown);
+        auto [text, kinds, shown] =
+            fetch<QString, QStringList, QStringList>("text", "kinds", "shown");
         QTextDocument document;
         EntryMarkup::loadFromMarkdown(text, document);
         QStringList gotKinds, gotShown;
@@ -283,28 +259,27 @@ private slots:
         EntryMarkup::loadFromMarkdown(text + huge(u'1') + huge(u'2'), document, options);
         QCOMPARE(asked.mid(0, 2), (QStringList{imageA, imageB}));
 
+        const auto drawn = [&](const QTextImageFormat &image) {
+            return document.resource(QTextDocument::ImageResource, QUrl(image.name()))
+                .value<QImage>();
+        };
         QList<QTextImageFormat> images;
         for (auto it = document.begin().begin(); !it.atEnd(); ++it) {
             if (it.fragment().charFormat().isImageFormat())
                 images.append(it.fragment().charFormat().toImageFormat());
         }
         QCOMPARE(images.size(), 4);
-        const QImage drawnHuge =
-            document.resource(QTextDocument::ImageResource, QUrl(images[2].name())).value<QImage>();
+        const QImage drawnHuge = drawn(images[2]);
         QCOMPARE(drawnHuge.size(), QSize(480, 240));
         QCOMPARE(images[2].width(), 900000.0);
-        QCOMPARE(drawnHuge.cacheKey(),
-                 document.resource(QTextDocument::ImageResource, QUrl(images[3].name()))
-                     .value<QImage>()
-                     .cacheKey());
+        QCOMPARE(drawnHuge.cacheKey(), drawn(images[3]).cacheKey());
         QCOMPARE(images[0].width(), 120.0);
         QVERIFY(!images[0].boolProperty(EntryMarkup::ImageMissingProperty));
-        QVERIFY(!document.resource(QTextDocument::ImageResource, QUrl(images[0].name())).isNull());
+        QVERIFY(!drawn(images[0]).isNull());
         QVERIFY(images[1].boolProperty(EntryMarkup::ImageMissingProperty));
         QCOMPARE(images[1].toolTip(), EntryMarkup::imageUnavailableText);
         // A missing image is drawn, words and all, at its token's size: no broken-file icon.
-        const QImage placeholder =
-            document.resource(QTextDocument::ImageResource, QUrl(images[1].name())).value<QImage>();
+        const QImage placeholder = drawn(images[1]);
         QCOMPARE(placeholder.size(), QSize(90, 60));
         QImage blank(74, 44, placeholder.format());
         blank.fill(placeholder.pixel(45, 4));
@@ -360,8 +335,7 @@ private slots:
 
     void exportsPlainText_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("plain");
+        columns<QString, QString>("text", "plain");
         QTest::newRow("headings and bullets") << u"# Title\n## Sub\n- item\n* other\nbody"_s
                                               << u"Title\nSub\n• item\n• other\nbody"_s;
         QTest::newRow("bold and code lose marks, others stay")
@@ -370,8 +344,7 @@ private slots:
 
     void exportsPlainText()
     {
-        QFETCH(QString, text);
-        QFETCH(QString, plain);
+        auto [text, plain] = fetch<QString, QString>("text", "plain");
         QCOMPARE(MarkdownExport::plainText(text), plain);
     }
 
