@@ -30,7 +30,6 @@ inline QJsonObject toolSchema()
     return QJsonObject{{"type"_L1, u"object"_s}, {"properties"_L1, QJsonObject()}};
 }
 
-// Preferences in a temporary folder, a store in memory and a registry with test tools.
 struct Journal {
     TempDataDir dir;
     Preferences preferences{dir.configDir() + u"/preferences.json"_s};
@@ -42,33 +41,32 @@ struct Journal {
 
     Journal()
     {
-        add(MCPToolGroup::Group::journal, u"count"_s,
-            [this](const QJsonObject &, ModelContext &) { return u"call %1"_s.arg(++calls); });
-        add(MCPToolGroup::Group::journal, u"echo"_s, [this](const QJsonObject &arguments, auto &) {
+        add(u"count"_s, [this](const QJsonObject &, auto &) { return u"call %1"_s.arg(++calls); });
+        add(u"echo"_s, [this](const QJsonObject &arguments, auto &) {
             ++calls;
             return QString::fromUtf8(QJsonDocument(arguments).toJson(QJsonDocument::Compact));
         });
-        add(MCPToolGroup::Group::journal, u"where"_s, [this](const QJsonObject &, auto &context) {
+        add(u"where"_s, [this](const QJsonObject &, auto &context) {
             contexts.append(&context);
             return QString();
         });
-        add(MCPToolGroup::Group::journal, u"refuse"_s, [](const QJsonObject &, auto &) -> QString {
+        add(u"refuse"_s, [](const QJsonObject &, auto &) -> QString {
             throw MCPError(MCPError::invalidParams, u"No day called Blursday."_s);
         });
-        add(MCPToolGroup::Group::journal, u"save_fails"_s,
-            [](const QJsonObject &, auto &) -> QString {
-                throw StoreError(u"The disk is full."_s);
-            });
-        add(MCPToolGroup::Group::journal, u"throws"_s, [](const QJsonObject &, auto &) -> QString {
+        add(u"save_fails"_s, [](const QJsonObject &, auto &) -> QString {
+            throw StoreError(u"The disk is full."_s);
+        });
+        add(u"throws"_s, [](const QJsonObject &, auto &) -> QString {
             throw std::runtime_error("vector too long");
         });
-        add(MCPToolGroup::Group::goals, u"get_goals"_s, [this](const QJsonObject &, auto &) {
-            ++calls;
-            return u"No goals yet."_s;
-        });
+        const auto goals = [this](const QJsonObject &, auto &) {
+            return u"Goal %1"_s.arg(++calls);
+        };
+        add(u"get_goals"_s, goals, MCPToolGroup::Group::goals);
     }
 
-    void add(MCPToolGroup::Group group, const QString &name, MCPTool::Handler handler)
+    void add(const QString &name, MCPTool::Handler handler,
+             MCPToolGroup::Group group = MCPToolGroup::Group::journal)
     {
         tools.add(group,
                   MCPTool{name, u"A tool for tests."_s, toolSchema(), std::move(handler), {}});
@@ -122,7 +120,22 @@ inline QJsonObject resultOf(const QByteArray &line)
     return QJsonDocument::fromJson(line).object().value("result"_L1).toObject();
 }
 
-// Sends one line and describes the line that comes back.
+inline QByteArray calls(int count, const QByteArray &tool, const QByteArray &arguments = "{}")
+{
+    QByteArray lines;
+    for (int i = 0; i < count; ++i)
+        lines += call(QByteArray::number(i), tool, arguments) + '\n';
+    return lines;
+}
+
+inline QStringList results(int count)
+{
+    QStringList lines;
+    for (int i = 0; i < count; ++i)
+        lines.append(u"%1 result"_s.arg(i));
+    return lines;
+}
+
 inline QString ask(LineClient &client, const QByteArray &line)
 {
     client.send(line + '\n');

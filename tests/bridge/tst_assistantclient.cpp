@@ -16,9 +16,6 @@ using namespace Qt::StringLiterals;
 class AssistantClientTest : public QObject {
     Q_OBJECT
 
-    static QString binary() { return TovrenProcess::binary(); }
-    static quint16 freePort() { return TovrenProcess::freePort(); }
-
     // Runs one tool script, bounded, and says what it printed when it fails.
     static void runScript(const QString &script, const QStringList &arguments)
     {
@@ -46,7 +43,8 @@ class AssistantClientTest : public QObject {
 private slots:
     void initTestCase()
     {
-        QVERIFY2(QFile::exists(binary()), qPrintable(u"TOVREN_BIN: "_s + binary()));
+        QVERIFY2(QFile::exists(TovrenProcess::binary()),
+                 qPrintable(u"TOVREN_BIN: "_s + TovrenProcess::binary()));
         m_script = QFINDTESTDATA("../e2e/assistant.mjs");
         QVERIFY2(!m_script.isEmpty(), "tests/e2e/assistant.mjs not found");
         const QString sdk = QFileInfo(m_script).absolutePath() +
@@ -60,11 +58,9 @@ private slots:
 
         QVERIFY(m_tovren.writePreferences(
             "{\"mcpServerEnabled\": true, \"journalTemplate\": \"standup\"}"));
-        m_port = freePort();
-        QVERIFY(m_port != 0);
+        m_port = TovrenProcess::freePort();
         QVERIFY(m_tovren.start({u"--headless"_s}, m_port, QProcess::ForwardedChannels));
-        const bool listening = m_tovren.waitUntilListening(m_port);
-        QVERIFY2(listening, "tovren --headless never listened");
+        QVERIFY2(m_tovren.waitUntilListening(m_port), "tovren --headless never listened");
     }
 
     void cleanupTestCase()
@@ -84,18 +80,19 @@ private slots:
 
     void throughTovrenMcp()
     {
-        runScript(m_script, {QString::number(m_port), u"2024-03-05"_s, binary(), u"mcp"_s});
+        runScript(m_script,
+                  {QString::number(m_port), u"2024-03-05"_s, TovrenProcess::binary(), u"mcp"_s});
     }
 
     void tovrenMcpSaysWhenNothingListens()
     {
         QProcess bridge;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"TOVREN_MCP_PORT"_s, QString::number(freePort()));
+        environment.insert(u"TOVREN_MCP_PORT"_s, QString::number(TovrenProcess::freePort()));
         environment.remove(u"DISPLAY"_s);
         environment.remove(u"WAYLAND_DISPLAY"_s);
         bridge.setProcessEnvironment(environment);
-        bridge.start(binary(), {u"mcp"_s});
+        bridge.start(TovrenProcess::binary(), {u"mcp"_s});
         QVERIFY(bridge.waitForFinished(10000));
         QCOMPARE(bridge.exitCode(), 1);
         const QList<QByteArray> lines = bridge.readAllStandardError().trimmed().split('\n');

@@ -35,7 +35,6 @@ private slots:
         QFETCH(int, port);
         const QString portText = QString::number(port);
         const QList<AIConnector> rows = AIConnector::all(port);
-        QCOMPARE(rows.size(), 6);
         for (const AIConnector &row : rows) {
             if (const auto *form = std::get_if<AIConnector::Fields>(&row.payload)) {
                 QCOMPARE(form->fields.size(), 6);
@@ -105,23 +104,13 @@ private slots:
         QVERIFY(rows.at(5).instructions.contains(u"`/opt/tovren/bin/tovren`"_s));
     }
 
-    void standingLine_data()
-    {
-        QTest::addColumn<bool>("compact");
-        QTest::addColumn<QString>("sentence");
-        QTest::newRow("compact") << true
-                                 << u"Add one line to ~/.codex/AGENTS.md, and it logs your work "
-                                    u"as you go."_s;
-        QTest::newRow("full") << false
-                              << u"Add this line to ~/.codex/AGENTS.md, and it logs your work as "
-                                 u"you go:"_s;
-    }
-
     void standingLine()
     {
-        QFETCH(bool, compact);
-        QFETCH(QString, sentence);
-        QCOMPARE(AIConnector::all(35468).at(1).standingLineSentence(compact), sentence);
+        const AIConnector codex = AIConnector::all(35468).at(1);
+        QCOMPARE(codex.standingLineSentence(true),
+                 u"Add one line to ~/.codex/AGENTS.md, and it logs your work as you go."_s);
+        QCOMPARE(codex.standingLineSentence(false),
+                 u"Add this line to ~/.codex/AGENTS.md, and it logs your work as you go:"_s);
     }
 };
 

@@ -6,7 +6,6 @@
 #include "bridge/MCPError.h"
 #include "bridge/MCPTools.h"
 #include "bridge/PeopleTools.h"
-#include "core/PeopleQueries.h"
 #include "core/Preferences.h"
 #include "core/records/ActionItem.h"
 #include "core/records/Meeting.h"
@@ -261,21 +260,6 @@ private slots:
         QCOMPARE(count(u"get_person"_s, {{"name"_L1, u"Lee"_s}, {"meeting_limit"_L1, 50}}), 1 + 20);
         QCOMPARE(count(u"get_meetings"_s, {}), 20);
         QCOMPARE(count(u"get_meetings"_s, {{"limit"_L1, 1000}}), 100);
-    }
-
-    // The figures for everyone at once agree with each person's own.
-    void figuresForEveryone()
-    {
-        Team team;
-        const auto open = PeopleQueries::openActionCounts(team.context());
-        const auto lastMet = PeopleQueries::lastMeetingDates(team.context());
-        for (const auto &person : team.context().fetch<Person>()) {
-            const auto real = PeopleQueries::realMeetings(*person);
-            QCOMPARE(open.value(person->id), PeopleQueries::openActionCount(*person));
-            QCOMPARE(lastMet.value(person->id), real.isEmpty() ? QDateTime() : real.first()->date);
-        }
-        QCOMPARE(open.size(), 2);
-        QCOMPARE(lastMet.size(), 3);
     }
 };
 

@@ -71,7 +71,6 @@ private slots:
             << QByteArrayList{call(QByteArray(), "count") + '\n'} << QStringList{u"- result"_s}
             << 1;
 
-        // One line each, for the ids and the dispatch.
         const auto row = [](const char *name, const QByteArray &line, const QString &answer,
                             int calls = 0) {
             QTest::newRow(name) << QByteArrayList{line + '\n'} << QStringList{answer} << calls;
@@ -84,6 +83,8 @@ private slots:
         row("largest 64-bit id", request("9223372036854775807", "tools/list"),
             u"9223372036854775807 result"_s);
         row("whole number written as a fraction", request("2.0", "tools/list"), u"2 result"_s);
+        row("exponent id", request("1e3", "tools/list"), u"1000 result"_s);
+        row("negative zero id", request("-0", "tools/list"), u"0 result"_s);
         row("string id", request("\"abc\"", "tools/list"), u"\"abc\" result"_s);
         row("empty string id", request("\"\"", "tools/list"), u"\"\" result"_s);
         row("null id", request("null", "tools/list"), u"- result"_s);
@@ -129,7 +130,6 @@ private slots:
         QFETCH(QStringList, answers);
         QFETCH(int, toolCalls);
         LineClient client(m_server->serverPort());
-        QVERIFY(client.connected());
         for (const QByteArray &bytes : writes) {
             client.send(bytes);
             // Time for the listener to take this write as a read of its own.
@@ -142,7 +142,6 @@ private slots:
     void toolResultIsOneTextItem()
     {
         LineClient client(m_server->serverPort());
-        QVERIFY(client.connected());
         client.send(call("1", "echo", R"({"text":"line one\nline two","n":10})") + '\n');
         const auto line = client.readLine();
         QVERIFY(line);
@@ -156,7 +155,6 @@ private slots:
     void groupSwitchedOffAndOnBetweenCalls()
     {
         LineClient client(m_server->serverPort());
-        QVERIFY(client.connected());
         auto listed = [&] {
             client.send(request("\"list\"", "tools/list") + '\n');
             QStringList names;
@@ -199,7 +197,6 @@ private slots:
             << 1;
         QTest::newRow("header names in any case")
             << "origin: http://example.com\n" + count << QStringList() << true << 0;
-        QTest::newRow("PUT") << "PUT /x HTTP/1.1\r\n" + count << QStringList() << true << 0;
         QTest::newRow("HEAD") << QByteArray("HEAD / HTTP/1.0\r\n\r\n") << QStringList() << true
                               << 0;
         QTest::newRow("HTTP/2 preface")
@@ -223,7 +220,6 @@ private slots:
         QFETCH(int, toolCalls);
 
         LineClient client(m_server->serverPort());
-        QVERIFY(client.connected());
         QTRY_COMPARE(m_server->activeSessionCount(), 1);
         client.send(bytes);
         if (closed) {
@@ -245,7 +241,6 @@ private slots:
     void toolCallsAreCountedByTheQuotedName()
     {
         LineClient client(m_server->serverPort());
-        QVERIFY(client.connected());
         QSignalSpy changes(m_server.get(), &MCPServer::lifetimeToolCallsChanged);
         client.send(call("1", "count") + '\n' + call("2", "nope") + '\n' +
                     "{\"method\":\"tools/call\"" + '\n' +
@@ -264,7 +259,6 @@ private slots:
         QTRY_COMPARE(m_server->statusLine(), u"On, 1 app connected"_s);
         LineClient second(m_server->serverPort());
         QTRY_COMPARE(m_server->statusLine(), u"On, 2 apps connected"_s);
-        QCOMPARE(MCPServer::statusLine(true, 7), u"On, 7 apps connected"_s);
 
         // Calls from two assistants interleave by whole lines.
         first.send(call("1", "count") + '\n');
@@ -275,7 +269,6 @@ private slots:
         QTRY_COMPARE(m_server->activeSessionCount(), 1);
 
         LineClient third(m_server->serverPort());
-        QVERIFY(third.connected());
         QTRY_COMPARE(m_server->activeSessionCount(), 2);
         m_server->disconnectAll();
         QCOMPARE(m_server->activeSessionCount(), 0);
@@ -285,7 +278,6 @@ private slots:
 
         // The listener stays up for whoever comes next.
         LineClient fourth(m_server->serverPort());
-        QVERIFY(fourth.connected());
         QCOMPARE(ask(fourth, call("4", "count")), u"4 result"_s);
 
         const quint16 port = m_server->serverPort();
@@ -306,18 +298,14 @@ private slots:
         QCOMPARE(m_server->serverPort(), port);
 
         LineClient client(port);
-        QVERIFY(client.connected());
-        client.send(call("1", "where") + '\n');
-        QVERIFY(client.readLine());
+        QCOMPARE(ask(client, call("1", "where")), u"1 result"_s);
         QCOMPARE(m_journal->contexts, QList<ModelContext *>{&m_journal->context()});
 
         // After a stop, a start brings its own provider.
         m_server->stop();
         m_server->start([&other] { return &other.mainContext(); });
         LineClient again(m_server->serverPort());
-        QVERIFY(again.connected());
-        again.send(call("2", "where") + '\n');
-        QVERIFY(again.readLine());
+        QCOMPARE(ask(again, call("2", "where")), u"2 result"_s);
         QCOMPARE(m_journal->contexts.last(), &other.mainContext());
     }
 
@@ -358,7 +346,6 @@ private slots:
         QVERIFY(server.isRunning());
         for (int round = 0; round < 3; ++round) {
             LineClient client(port);
-            QVERIFY(client.connected());
             QCOMPARE(ask(client, call(QByteArray::number(round), "count")),
                      u"%1 result"_s.arg(round));
             // The server closes first, leaving its side of the connection lingering.
@@ -369,32 +356,25 @@ private slots:
         }
     }
 
-    // Lines that wait for later turns of the loop are still answered after the peer has closed
-    // its sending side, and only then does the connection close.
+    // Lines left for later turns of the loop are answered after the peer's half-close, then it
+    // closes.
     void halfClosedPeerGetsEveryAnswer()
     {
-        m_journal->add(MCPToolGroup::Group::journal, u"slow"_s, [](const QJsonObject &, auto &) {
+        m_journal->add(u"slow"_s, [](const QJsonObject &, auto &) {
             QThread::msleep(15);
             return u"done"_s;
         });
         LineClient client(m_server->serverPort());
-        QByteArray lines;
-        for (int i = 0; i < 12; ++i)
-            lines += call(QByteArray::number(i), "slow") + '\n';
-        QVERIFY(client.send(lines + call("12", "count")));
+        QVERIFY(client.send(calls(12, "slow") + call("12", "count")));
         client.shutdownWrite();
         QStringList answers;
         for (const QByteArray &line : client.linesUntilClosed().value_or(QByteArrayList()))
             answers.append(describe(line));
-        QStringList expected;
-        for (int i = 0; i <= 12; ++i)
-            expected.append(u"%1 result"_s.arg(i));
-        QCOMPARE(answers, expected);
+        QCOMPARE(answers, results(13));
         QTRY_COMPARE(m_server->activeSessionCount(), 0);
     }
 
-    // Ten megabytes with no newline in them arrive as some 160 broken lines, while another
-    // assistant goes on being served.
+    // Ten megabytes without a newline are some 160 broken lines; another assistant is served.
     void endlessLineDoesNotStopOthers()
     {
         LineClient flood(m_server->serverPort());
@@ -431,9 +411,8 @@ private slots:
         QCOMPARE(m_server->activeSessionCount(), 2);
     }
 
-    // Valid lines cut, spliced and garbled, sent in pieces, some opening like HTTP: every answer
-    // is still a line of JSON, and the listener goes on serving. (The libFuzzer target in fuzz/
-    // holds each answer to its request.)
+    // Valid lines cut, spliced and garbled, some opening like HTTP: every answer is still a line
+    // of JSON and the listener goes on serving. (fuzz/ holds each answer to its request.)
     void hostileBytesLeaveTheListenerServing()
     {
         QRandomGenerator random(20261115);
@@ -451,17 +430,12 @@ private slots:
                 client = std::make_unique<LineClient>(m_server->serverPort());
             QByteArray bytes = any();
             const int at = random.bounded(int(bytes.size()));
-            switch (random.bounded(4)) {
-            case 0:
+            if (const int how = random.bounded(4); how == 0)
                 bytes.truncate(at);
-                break;
-            case 1:
+            else if (how == 1)
                 bytes[at] = char(random.bounded(256));
-                break;
-            case 2:
+            else if (how == 2)
                 bytes.insert(at, any());
-                break;
-            }
             client->trySend(random.bounded(3) ? bytes + '\n' : bytes);
             if (i % 16 == 0) {
                 QTest::qWait(1);
@@ -473,14 +447,13 @@ private slots:
         QCOMPARE(ask(probe, call("\"after\"", "count")), u"\"after\" result"_s);
     }
 
-    // A client that stops reading is held back, not cut off: nothing more is read from it while
-    // its answers back up, so what waits for it stays bounded, the other assistant is served all
-    // along, and once it reads again, however late, it gets every answer.
+    // A client that stops reading is held back, not cut off: what waits for it stays bounded, the
+    // other assistant is served all along, and once it reads again it gets every answer.
     void slowReaderIsHeldBackNotDropped()
     {
         const QString big(64 * 1024, u'x');
         int bigCalls = 0;
-        m_journal->add(MCPToolGroup::Group::journal, u"big"_s, [&](const QJsonObject &, auto &) {
+        m_journal->add(u"big"_s, [&](const QJsonObject &, auto &) {
             ++bigCalls;
             return big;
         });
@@ -490,10 +463,7 @@ private slots:
 
         // Answered in full at once, some 40 MB would wait for it.
         constexpr int requests = 600;
-        QByteArray burst;
-        for (int i = 0; i < requests; ++i)
-            burst += call(QByteArray::number(i), "big") + '\n';
-        QVERIFY(slow.send(burst));
+        QVERIFY(slow.send(calls(requests, "big")));
         for (int round = 0; round < 30; ++round) {
             QCOMPARE(ask(other, call(QByteArray::number(round), "count")),
                      u"%1 result"_s.arg(round));
@@ -512,18 +482,16 @@ private slots:
         QCOMPARE(m_server->activeSessionCount(), 2);
     }
 
-    // Many assistants with lines waiting at once: each turn of the event loop answers only as
-    // long as its budget lasts, so the loop keeps turning, and the waiting connections take
-    // their turns in order instead of the first one being served to the end.
+    // Each turn of the loop answers only while its budget lasts, so the loop keeps turning and
+    // waiting connections take turns instead of the first being served to the end.
     void busyConnectionsShareTheEventLoop()
     {
         QList<int> order;
-        m_journal->add(MCPToolGroup::Group::journal, u"slow"_s,
-                       [&](const QJsonObject &arguments, auto &) {
-                           QThread::msleep(30);
-                           order.append(arguments.value("who"_L1).toInt());
-                           return u"done"_s;
-                       });
+        m_journal->add(u"slow"_s, [&](const QJsonObject &arguments, auto &) {
+            QThread::msleep(30);
+            order.append(arguments.value("who"_L1).toInt());
+            return u"done"_s;
+        });
         constexpr int clients = 6;
         constexpr int lines = 4;
         std::vector<std::unique_ptr<LineClient>> connected;
@@ -534,23 +502,15 @@ private slots:
         QElapsedTimer clock;
         qint64 longestGap = 0;
         QTimer tick;
-        tick.setInterval(5);
-        connect(&tick, &QTimer::timeout, this,
-                [&] { longestGap = std::max(longestGap, clock.restart()); });
-        for (int c = 0; c < clients; ++c) {
-            QByteArray burst;
-            for (int l = 0; l < lines; ++l)
-                burst +=
-                    call(QByteArray::number(l), "slow", "{\"who\":" + QByteArray::number(c) + '}') +
-                    '\n';
-            connected.at(size_t(c))->send(burst);
-        }
+        tick.callOnTimeout([&] { longestGap = std::max(longestGap, clock.restart()); });
+        for (int c = 0; c < clients; ++c)
+            connected.at(size_t(c))->send(
+                calls(lines, "slow", "{\"who\":" + QByteArray::number(c) + '}'));
         clock.start();
-        tick.start();
-        for (int c = 0; c < clients; ++c) {
+        tick.start(5);
+        for (const auto &client : connected) {
             for (int l = 0; l < lines; ++l)
-                QCOMPARE(describe(connected.at(size_t(c))->readLine(10000).value_or("")),
-                         u"%1 result"_s.arg(l));
+                QCOMPARE(describe(client->readLine(10000).value_or("")), u"%1 result"_s.arg(l));
         }
         tick.stop();
         // Served in one go, the loop would have stood still for 24 x 30 ms.
@@ -575,7 +535,6 @@ private slots:
         NoticeCenter::shared().post(Notices::mcpToggle);
         QVERIFY(m_server->isRunning());
         LineClient client(m_server->serverPort());
-        QVERIFY(client.connected());
         QTRY_COMPARE(m_server->activeSessionCount(), 1);
 
         m_journal->preferences.set(Prefs::mcpServerEnabled, false);

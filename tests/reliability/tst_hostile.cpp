@@ -30,29 +30,21 @@ QByteArray bigRead(int id)
 }
 
 // The well-behaved assistant: each call must come back answered, in time.
-class Assistant {
-public:
-    explicit Assistant(quint16 port)
-        : m_client(port)
-    {
-    }
+struct Assistant {
+    quint16 port;
+    LineClient client{port};
+    int asked = 0;
+    qint64 slowestMs = 0;
 
     bool ask()
     {
         QElapsedTimer clock;
         clock.start();
         const std::optional<QJsonObject> answer =
-            m_client.call(Line::call(QByteArray::number(++m_asked), "get_entries"), 10000);
-        m_slowest = std::max(m_slowest, clock.elapsed());
-        return answer && Line::succeeded(*answer) && answer->value("id"_L1).toInteger() == m_asked;
+            client.call(Line::call(QByteArray::number(++asked), "get_entries"), 10000);
+        slowestMs = std::max(slowestMs, clock.elapsed());
+        return answer && Line::succeeded(*answer) && answer->value("id"_L1).toInteger() == asked;
     }
-    qint64 slowestMs() const { return m_slowest; }
-    int asked() const { return m_asked; }
-
-private:
-    LineClient m_client;
-    int m_asked = 0;
-    qint64 m_slowest = 0;
 };
 
 } // namespace
@@ -80,15 +72,10 @@ private slots:
         QVERIFY(m_tovren->start({u"--headless"_s}, m_port));
         QVERIFY(m_tovren->waitUntilListening(m_port));
 
+        QVERIFY(Line::addPages(m_port, bigFirstDay, bigDays, 1, [](int day) {
+            return QString(u"Big page %1 "_s.arg(day) + QString(60000, u'b'));
+        }));
         LineClient writer(m_port);
-        for (int day = 0; day < bigDays; ++day) {
-            const auto answer = writer.call(Line::call(
-                QByteArray::number(day), "add_journal_entry",
-                QJsonObject{
-                    {u"content"_s, QString(u"Big page %1 "_s.arg(day) + QString(60000, u'b'))},
-                    {u"date"_s, bigFirstDay.addDays(day).toString(Qt::ISODate)}}));
-            QVERIFY(answer && Line::succeeded(*answer));
-        }
         const auto answer = writer.call(bigRead(99));
         QVERIFY(answer && Line::succeeded(*answer));
     }
@@ -99,17 +86,15 @@ private slots:
             QVERIFY(m_tovren->stop(SIGTERM));
     }
 
-    // It asks for some 600 MB of answers and reads none. Tovren stops reading from it while its
-    // answers back up: its memory stays bounded, the other assistant is served all along, and
-    // the client is held back, not cut off.
+    // It asks for some 600 MB of answers and reads none: tovren's memory stays bounded, the other
+    // assistant is served all along, and the client is held back, not cut off.
     void clientThatNeverReadsIsHeldBackWithinBoundedMemory()
     {
-        Assistant assistant(m_port);
+        Assistant assistant{m_port};
         QVERIFY(assistant.ask());
         const qint64 before = resident();
 
         LineClient hoarder(m_port);
-        QVERIFY(hoarder.connected());
         QByteArray requests;
         for (int i = 0; i < 1000; ++i)
             requests += bigRead(i) + '\n';
@@ -125,8 +110,7 @@ private slots:
         const qint64 growthMiB = (peak - before) / 1024;
         qInfo("%lld of %lld bytes of requests taken; resident %lld MiB before, peak growth %lld "
               "MiB; slowest answer to the other assistant %lld ms",
-              qint64(sent), qint64(requests.size()), before / 1024, growthMiB,
-              assistant.slowestMs());
+              qint64(sent), qint64(requests.size()), before / 1024, growthMiB, assistant.slowestMs);
         QVERIFY2(growthMiB < 128, qPrintable(u"grew %1 MiB"_s.arg(growthMiB)));
         // Still connected, and its answers are there, in order, once it reads.
         for (int i = 0; i < 3; ++i) {
@@ -140,7 +124,7 @@ private slots:
     void connectionChurnDoesNotStopOthers()
     {
         const int seconds = scaled("TOVREN_CHURN_SECONDS", 3);
-        Assistant assistant(m_port);
+        Assistant assistant{m_port};
         std::atomic<bool> done = false;
         std::atomic<int> connects = 0;
         std::atomic<int> refused = 0;
@@ -167,7 +151,7 @@ private slots:
         churn.join();
         qInfo("%d connects (%d refused) in %d s while the other assistant was answered %d times, "
               "slowest %lld ms",
-              connects.load(), refused.load(), seconds, assistant.asked(), assistant.slowestMs());
+              connects.load(), refused.load(), seconds, assistant.asked, assistant.slowestMs);
         QVERIFY2(served, "the other assistant went unanswered");
         // The churn really happened; how fast depends on the build, so only a floor is held.
         QVERIFY(connects > 200 * seconds);

@@ -49,11 +49,6 @@ LineClient::LineClient(quint16 port, const QHostAddress &address)
         ::fcntl(m_fd, F_SETFL, ::fcntl(m_fd, F_GETFL) | O_NONBLOCK);
 }
 
-LineClient::~LineClient()
-{
-    close();
-}
-
 void LineClient::close()
 {
     if (m_fd >= 0)
@@ -194,6 +189,21 @@ bool succeeded(const QJsonObject &answer)
 {
     return answer.contains("result"_L1) &&
            !answer.value("result"_L1).toObject().value("isError"_L1).toBool();
+}
+
+bool addPages(quint16 port, QDate first, int days, int step,
+              const std::function<QString(int)> &text)
+{
+    LineClient writer(port);
+    for (int day = 0; day < days; ++day) {
+        const auto answer = writer.call(call(
+            QByteArray::number(day), "add_journal_entry",
+            QJsonObject{{u"content"_s, text(day)},
+                        {u"date"_s, first.addDays(qint64(step) * day).toString(Qt::ISODate)}}));
+        if (!answer || !succeeded(*answer))
+            return false;
+    }
+    return true;
 }
 
 } // namespace Line

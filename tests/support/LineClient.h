@@ -2,10 +2,12 @@
 
 #include <QByteArray>
 #include <QByteArrayList>
+#include <QDate>
 #include <QHostAddress>
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <functional>
 #include <optional>
 
 // One client for the listener, over a plain socket so that it can be rude where a test needs it
@@ -15,12 +17,10 @@
 class LineClient {
 public:
     explicit LineClient(quint16 port, const QHostAddress &address = QHostAddress::LocalHost);
-    ~LineClient();
-    LineClient(const LineClient &) = delete;
-    LineClient &operator=(const LineClient &) = delete;
+    ~LineClient() { close(); }
+    Q_DISABLE_COPY(LineClient)
 
     bool connected() const { return m_fd >= 0; }
-    int fd() const { return m_fd; }
 
     // Writes all of it, waiting for room; false when the connection is gone or time ran out.
     bool send(const QByteArray &data, int timeoutMs = 30000);
@@ -32,7 +32,6 @@ public:
 
     // The next line without its newline; nothing when time ran out or the peer closed first.
     std::optional<QByteArray> readLine(int timeoutMs = 10000);
-    // Sends one line and reads one back.
     std::optional<QJsonObject> call(const QByteArray &line, int timeoutMs = 10000);
     // Whatever has arrived, without waiting; read lines are not handed out twice.
     QByteArray tryReceive();
@@ -42,7 +41,6 @@ public:
     bool peerClosed() const { return m_peerClosed; }
 
 private:
-    // Waits for the events given, turning the event loop meanwhile where that matters.
     bool wait(short events, int timeoutMs);
     // Takes in what arrived; false when nothing came and nothing will.
     bool fill();
@@ -61,5 +59,9 @@ QByteArray call(const QByteArray &id, const QByteArray &tool, const QByteArray &
 QByteArray call(const QByteArray &id, const QByteArray &tool, const QJsonObject &arguments);
 // An answer with a result, not an error.
 bool succeeded(const QJsonObject &answer);
+// Adds a journal page for each of `days` days from `first`, `step` days apart, through a
+// connection of its own; false as soon as one is not added.
+bool addPages(quint16 port, QDate first, int days, int step,
+              const std::function<QString(int)> &text);
 
 } // namespace Line
