@@ -155,31 +155,12 @@ JournalScreen::JournalScreen(TovrenApp &app, QWidget *parent)
     connect(m_win, &QToolButton::toggled, this, &JournalScreen::toggleWin);
 
     ModelContext &context = app.mainContext();
-    JournalTextEdit::Services services;
-    services.people = [&context] { return Completion::mentionSuggestions(context); };
-    services.tagNames = [&context] {
-        QStringList names;
-        for (const auto &tag : context.tryFetch<Tag>())
-            names.append(tag->name);
-        return names;
-    };
+    auto services = JournalTextEdit::Services::overStore(this, context, m_app.preferences());
     services.saveImage = [this](const QByteArray &png) -> std::optional<QString> {
         const std::optional<QString> ref = ImageStorage::save(png, QUuid::createUuid());
         if (ref)
             m_pendingImages.insert(*ref, png);
         return ref;
-    };
-    services.loadImage = [](const QString &id) -> std::optional<QImage> {
-        const std::optional<QByteArray> data = ImageStorage::load(id);
-        if (!data)
-            return std::nullopt;
-        QImage image = QImage::fromData(*data);
-        return image.isNull() ? std::nullopt : std::optional<QImage>(image);
-    };
-    services.askForLink = [this](const QString &current) { return LinkDialog::ask(this, current); };
-    services.followLink = [this](const QUrl &url) {
-        if (EditorLink::follow(url, m_app.preferences()) == EditorLink::Followed::external)
-            QDesktopServices::openUrl(url);
     };
     services.report = [this](const QString &message) { report(message); };
     m_editor->setServices(std::move(services));

@@ -1,6 +1,10 @@
 #include "JournalTextEdit.h"
 
+#include "LinkDialog.h"
 #include "PickerPopup.h"
+#include "core/ImageStorage.h"
+#include "core/records/Tag.h"
+#include "core/store/ModelContext.h"
 #include "writing/EditorLink.h"
 #include "writing/HighlightPalette.h"
 #include "writing/PasteNormalizer.h"
@@ -12,6 +16,7 @@
 #include <QApplication>
 #include <QBuffer>
 #include <QContextMenuEvent>
+#include <QDesktopServices>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QImageReader>
@@ -119,6 +124,35 @@ QKeySequence sequenceOf(const QKeyEvent *event)
 }
 
 } // namespace
+
+JournalTextEdit::Services JournalTextEdit::Services::overStore(QWidget *owner,
+                                                               ModelContext &context,
+                                                               Preferences &preferences)
+{
+    Services services;
+    services.people = [&context] { return Completion::mentionSuggestions(context); };
+    services.tagNames = [&context] {
+        QStringList names;
+        for (const auto &tag : context.tryFetch<Tag>())
+            names.append(tag->name);
+        return names;
+    };
+    services.loadImage = [](const QString &id) -> std::optional<QImage> {
+        const std::optional<QByteArray> data = ImageStorage::load(id);
+        if (!data)
+            return std::nullopt;
+        QImage image = QImage::fromData(*data);
+        return image.isNull() ? std::nullopt : std::optional<QImage>(image);
+    };
+    services.askForLink = [owner](const QString &current) {
+        return LinkDialog::ask(owner, current);
+    };
+    services.followLink = [&preferences](const QUrl &url) {
+        if (EditorLink::follow(url, preferences) == EditorLink::Followed::external)
+            QDesktopServices::openUrl(url);
+    };
+    return services;
+}
 
 JournalTextEdit::JournalTextEdit(QWidget *parent)
     : QTextEdit(parent)

@@ -12,7 +12,9 @@
 #include <functional>
 #include <optional>
 
+class ModelContext;
 class PickerPopup;
+class Preferences;
 class QAction;
 class QMenu;
 class QTextTable;
@@ -36,6 +38,10 @@ public:
         std::function<std::optional<QString>(const QString &current)> askForLink;
         std::function<void(const QUrl &url)> followLink;
         std::function<void(const QString &message)> report;
+
+        // What every page over the store shares: mentions and tags from the store, stored
+        // pictures, and links asked for over and followed from `owner`.
+        static Services overStore(QWidget *owner, ModelContext &context, Preferences &preferences);
     };
     void setServices(Services services);
 

@@ -237,26 +237,7 @@ PersonPage::PersonPage(TovrenApp &app, QWidget *parent)
     layout->addLayout(body, 1);
 
     ModelContext &context = app.mainContext();
-    JournalTextEdit::Services services;
-    services.people = [&context] { return Completion::mentionSuggestions(context); };
-    services.tagNames = [&context] {
-        QStringList names;
-        for (const auto &tag : context.tryFetch<Tag>())
-            names.append(tag->name);
-        return names;
-    };
-    services.loadImage = [](const QString &id) -> std::optional<QImage> {
-        const std::optional<QByteArray> data = ImageStorage::load(id);
-        if (!data)
-            return std::nullopt;
-        QImage image = QImage::fromData(*data);
-        return image.isNull() ? std::nullopt : std::optional<QImage>(image);
-    };
-    services.askForLink = [this](const QString &current) { return LinkDialog::ask(this, current); };
-    services.followLink = [this](const QUrl &url) {
-        if (EditorLink::follow(url, m_app.preferences()) == EditorLink::Followed::external)
-            QDesktopServices::openUrl(url);
-    };
+    auto services = JournalTextEdit::Services::overStore(this, context, m_app.preferences());
     services.report = [this](const QString &message) { m_noteHint->setText(message); };
     m_editor->setServices(std::move(services));
     m_editor->setPlaceholderText(
