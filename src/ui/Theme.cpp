@@ -75,11 +75,20 @@ void followDesktop()
                      [platform](ColorScheme::Preference preference) {
                          const bool wantDark = preference == ColorScheme::Preference::dark;
                          // A platform theme that already follows the desktop is left alone.
-                         if (wantDark && !isDark(platform))
-                             QApplication::setPalette(darkPalette());
-                         else
-                             QApplication::setPalette(platform);
+                         applyPalette(wantDark && !isDark(platform) ? darkPalette() : platform);
                      });
+}
+
+void applyPalette(const QPalette &palette)
+{
+    QApplication::setPalette(palette);
+    // A style sheet takes its colours when its widget is polished, so a sidebar or button styled
+    // before the desktop's answer arrived kept the old ones. Setting it again takes the new.
+    const QList<QWidget *> widgets = QApplication::allWidgets();
+    for (QWidget *widget : widgets) {
+        if (!widget->styleSheet().isEmpty())
+            widget->setStyleSheet(widget->styleSheet());
+    }
 }
 
 } // namespace Theme

@@ -16,6 +16,9 @@ void styleSidebar(QListWidget *list);
 // Called once the application object exists; later calls do nothing.
 void followDesktop();
 
+// The application's colours now, for every widget, styled ones included.
+void applyPalette(const QPalette &palette);
+
 bool isDark(const QPalette &palette);
 // a with amountOfB of b mixed in: quiet shades drawn from the palette, never literals.
 QColor blend(const QColor &a, const QColor &b, double amountOfB);

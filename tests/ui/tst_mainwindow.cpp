@@ -8,6 +8,7 @@
 #include "core/store/ModelContext.h"
 #include "ui/Dialogs.h"
 #include "ui/MainWindow.h"
+#include "ui/Theme.h"
 #include "ui/journal/JournalDayList.h"
 #include "ui/journal/JournalScreen.h"
 #include "ui/journal/JournalTextEdit.h"
@@ -104,6 +105,22 @@ private slots:
         QVERIFY(!m_window->selectTab(SidebarItem::goals));
         NoticeCenter::shared().post(Notices::openTab, {{u"item"_s, u"goals"_s}});
         QCOMPARE(m_window->currentTab(), SidebarItem::journal);
+    }
+
+    // The desktop's dark answer arrives after the window is built: styled parts follow it too.
+    void darkDesktopReachesStyledWidgets()
+    {
+        const auto background = [this](const char *name) {
+            auto *widget = m_window->findChild<QWidget *>(QLatin1StringView(name));
+            return widget->grab().toImage().pixelColor(2, 2).lightness();
+        };
+        const QPalette light = QApplication::palette();
+        QVERIFY(background("sidebar") > 128);
+        Theme::applyPalette(Theme::darkPalette());
+        const int dark = background("sidebar");
+        Theme::applyPalette(light);
+        QVERIFY2(dark < 128, qPrintable(QString::number(dark)));
+        QVERIFY(background("sidebar") > 128);
     }
 
     // However the window comes up, today's page has the keys with the caret at its end: typing
