@@ -1,9 +1,9 @@
+#include "PrivateSession.h"
 #include "platform/ColorScheme.h"
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnection>
 #include <QDBusMessage>
-#include <QProcess>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -29,7 +29,7 @@ class ColorSchemeTest : public QObject {
     Q_OBJECT
 
 private:
-    QProcess m_bus;
+    PrivateSession m_session;
     FakePortal m_portal;
     std::optional<QDBusConnection> m_portalConnection;
 
@@ -47,22 +47,14 @@ private:
 private slots:
     void initTestCase()
     {
-        m_bus.start(u"dbus-daemon"_s, {u"--session"_s, u"--nofork"_s, u"--print-address=1"_s});
-        QVERIFY2(m_bus.waitForStarted(), "dbus-daemon is needed (package dbus)");
-        QVERIFY(m_bus.waitForReadyRead(5000));
-        const QByteArray address = m_bus.readLine().trimmed();
-        qputenv("DBUS_SESSION_BUS_ADDRESS", address);
-        m_portalConnection = QDBusConnection::connectToBus(QString::fromUtf8(address), u"portal"_s);
+        if (const QString failed = m_session.startBus(); !failed.isEmpty())
+            QFAIL(qPrintable(failed));
+        m_portalConnection = QDBusConnection::connectToBus(
+            qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS"), u"portal"_s);
         QVERIFY(m_portalConnection->isConnected());
         QVERIFY(m_portalConnection->registerObject(u"/org/freedesktop/portal/desktop"_s, &m_portal,
                                                    QDBusConnection::ExportAllSlots));
         QVERIFY(m_portalConnection->registerService(u"org.freedesktop.portal.Desktop"_s));
-    }
-
-    void cleanupTestCase()
-    {
-        m_bus.kill();
-        m_bus.waitForFinished();
     }
 
     void portalValues_data()

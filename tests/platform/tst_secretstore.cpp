@@ -1,5 +1,5 @@
 #include "MemorySecretStore.h"
-#include "PrivateSecretService.h"
+#include "PrivateSession.h"
 #include "ai/AIKeyStore.h"
 #include "ai/AIProvider.h"
 #include "platform/SecretStore.h"
@@ -56,7 +56,7 @@ private slots:
 
 private:
     QString fallback() const { return m_service.path(u"config/tovren/ai-keys.json"_s); }
-    PrivateSecretService m_service;
+    PrivateSession m_service;
 };
 
 void TestSecretStore::roundTrip_data()

@@ -1,5 +1,5 @@
 #include "MemorySecretStore.h"
-#include "PrivateSecretService.h"
+#include "PrivateSession.h"
 #include "TestSupport.h"
 #include "TovrenProcess.h"
 
@@ -52,7 +52,7 @@ class SettingsTest : public QObject {
     Q_OBJECT
 
 private:
-    PrivateSecretService m_keyring;
+    PrivateSession m_keyring;
     std::unique_ptr<TempDataDir> m_data;
     std::unique_ptr<TovrenApp> m_app;
     std::unique_ptr<MainWindow> m_window;

@@ -1,4 +1,4 @@
-#include "PrivateSecretService.h"
+#include "PrivateSession.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -9,9 +9,9 @@
 
 using namespace Qt::StringLiterals;
 
-PrivateSecretService::PrivateSecretService() = default;
+PrivateSession::PrivateSession() = default;
 
-PrivateSecretService::~PrivateSecretService()
+PrivateSession::~PrivateSession()
 {
     for (QProcess *process : {&m_keyring, &m_bus}) {
         if (process->state() == QProcess::NotRunning)
@@ -23,13 +23,13 @@ PrivateSecretService::~PrivateSecretService()
     }
 }
 
-bool PrivateSecretService::offered()
+bool PrivateSession::offered()
 {
     return QDBusConnection::sessionBus().interface()->isServiceRegistered(
         u"org.freedesktop.secrets"_s);
 }
 
-QString PrivateSecretService::start()
+QString PrivateSession::startBus()
 {
     if (!m_home.isValid())
         return u"no temporary folder"_s;
@@ -77,6 +77,13 @@ QString PrivateSecretService::start()
     if (!QDBusConnection::sessionBus().isConnected())
         return u"could not join the private bus"_s;
 
+    return QString();
+}
+
+QString PrivateSession::start()
+{
+    if (QString failed = startBus(); !failed.isEmpty())
+        return failed;
     m_keyring.setProcessChannelMode(QProcess::MergedChannels);
     m_keyring.start(u"gnome-keyring-daemon"_s,
                     {u"--foreground"_s, u"--unlock"_s, u"--components=secrets"_s});
@@ -94,7 +101,7 @@ QString PrivateSecretService::start()
     return QString();
 }
 
-bool PrivateSecretService::stopKeyring()
+bool PrivateSession::stopKeyring()
 {
     m_keyring.terminate();
     if (!m_keyring.waitForFinished(5000))
