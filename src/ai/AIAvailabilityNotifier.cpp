@@ -1,10 +1,8 @@
 #include "ai/AIAvailabilityNotifier.h"
 
 #include "ai/OnDeviceModel.h"
-#include "core/Clock.h"
 #include "core/PreferenceKeys.h"
-#include "core/records/InboxItem.h"
-#include "core/store/ModelContext.h"
+#include "inbox/InboxService.h"
 
 #include <QPointer>
 
@@ -39,14 +37,9 @@ QCoro::Task<> runIfNeeded(ModelContext &context, Preferences &preferences,
     if (state.status == AppleModelStatus::available || state.status == AppleModelStatus::notReady)
         co_return;
 
-    const QDateTime since = Clock::now().addSecs(-repeatAfterSeconds);
-    const auto recent = context.tryFetch<InboxItem>(
-        {field(&InboxItem::payload) == payload && field(&InboxItem::createdAt) >= since, {}, 1});
-    if (!recent.isEmpty())
-        co_return;
-    context.insert(std::make_shared<InboxItem>(InboxItemKind::system, u"AI features are paused"_s,
-                                               noticeBody(state.status), payload));
-    context.trySave();
+    InboxService::post(context, InboxItemKind::system, u"AI features are paused"_s,
+                       noticeBody(state.status), payload, std::nullopt, std::nullopt,
+                       repeatAfterSeconds);
 }
 
 } // namespace AIAvailabilityNotifier

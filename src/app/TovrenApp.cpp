@@ -31,6 +31,7 @@
 #include "core/records/WeeklyBrief.h"
 #include "core/store/ModelContainer.h"
 #include "core/store/ModelContext.h"
+#include "inbox/InboxService.h"
 #include "platform/SecretStore.h"
 
 #include <QCoreApplication>
@@ -129,9 +130,7 @@ void TovrenApp::postRecoveryInboxRow(const QString &notice)
     // A launch without a window posted it already; the window then only raises the alert.
     if (!context.tryFetch<InboxItem>({field(&InboxItem::body) == notice, {}, 1}).isEmpty())
         return;
-    context.insert(
-        std::make_shared<InboxItem>(InboxItemKind::system, recoveryAlertTitle(notice), notice));
-    context.trySave();
+    InboxService::post(context, InboxItemKind::system, recoveryAlertTitle(notice), notice);
 }
 
 std::optional<TovrenApp::Alert> TovrenApp::firstPageDidAppear()
@@ -186,13 +185,12 @@ void TovrenApp::postLibraryNudgeIfNeeded()
         m_preferences->set(Prefs::libraryNudgePosted, true); // the user found the library alone
         return;
     }
-    context.insert(std::make_shared<InboxItem>(
-        InboxItemKind::system, u"Sharpen your recaps and reviews"_s,
+    InboxService::post(
+        context, InboxItemKind::system, u"Sharpen your recaps and reviews"_s,
         u"Add a leveling guide, a past review, or your resume to Library. Every brief and story is "
         "grounded in what Tovren knows. The more it knows about the bar you're measured against, "
         "the sharper the drafts."_s,
-        std::nullopt, u"Open Library"_s, u"tab:library"_s));
-    context.trySave();
+        std::nullopt, u"Open Library"_s, u"tab:library"_s);
     m_preferences->set(Prefs::libraryNudgePosted, true);
 }
 

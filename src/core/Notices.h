@@ -16,6 +16,8 @@ inline constexpr auto shareTovren = "tovren.shareTovren";
 inline constexpr auto showShortcuts = "tovren.showShortcuts";
 inline constexpr auto openTab = "tovren.openTab";
 inline constexpr auto newTask = "tovren.newTask";
+// The announced update's download, asked for from an inbox item.
+inline constexpr auto downloadUpdate = "tovren.update.download";
 inline constexpr auto journalReplaced = "tovren.journal.replaced";
 
 } // namespace Notices

@@ -21,6 +21,8 @@ inline const PrefKey<bool> pendingDemoTour{QStringLiteral("pendingDemoTour"), fa
 inline const PrefKey<bool> pendingOnboardingCelebration{
     QStringLiteral("pendingOnboardingCelebration"), false};
 inline const PrefKey<bool> libraryNudgePosted{QStringLiteral("libraryNudgePosted"), false};
+inline const PrefKey<bool> inboxRetiredFeaturesPurged{
+    QStringLiteral("inboxRetiredFeaturesPurged.v1"), false};
 inline const PrefKey<bool> demoModeActive{QStringLiteral("demoModeActive"), false};
 inline const PrefKey<bool> legacyJournalImportDone{QStringLiteral("legacyJournalImportDone"),
                                                    false};
