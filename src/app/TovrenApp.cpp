@@ -7,6 +7,7 @@
 #include "bridge/MCPServer.h"
 #include "bridge/MCPToolGroup.h"
 #include "bridge/PeopleTools.h"
+#include "bridge/TaskTools.h"
 #include "core/AppCalendar.h"
 #include "core/DataGeneration.h"
 #include "core/DataLocations.h"
@@ -32,6 +33,7 @@
 #include "core/store/ModelContainer.h"
 #include "core/store/ModelContext.h"
 #include "inbox/InboxService.h"
+#include "platform/DesktopNotificationCenter.h"
 #include "platform/SecretStore.h"
 
 #include <QCoreApplication>
@@ -47,6 +49,9 @@ LaunchSteps LaunchSteps::standard()
     steps.legacyImport = [] { return std::optional<QString>(); };
     steps.pendingRestore = [] { return std::optional<QString>(); };
     steps.toolGroupDefaults = MCPToolGroup::applyDefaultsOnce;
+    steps.notificationCenter = [] {
+        return std::unique_ptr<NotificationCenter>(new DesktopNotificationCenter);
+    };
     return steps;
 }
 
@@ -60,9 +65,14 @@ TovrenApp::TovrenApp(LaunchSteps steps, QObject *parent)
                       [this] { return m_container ? &m_container->mainContext() : nullptr; })))
     , m_secrets(std::make_unique<SecretServiceStore>(AIKeyStore::service))
     , m_keys(std::make_unique<AIKeyStore>(*m_secrets))
+    , m_inbox(std::make_unique<InboxServices>(
+          m_steps.notificationCenter ? m_steps.notificationCenter : [] {
+              return std::unique_ptr<NotificationCenter>(new DesktopNotificationCenter);
+          }))
 {
     JournalTools::registerAll(m_mcpTools, m_drafts, *m_preferences);
     PeopleTools::registerAll(m_mcpTools);
+    TaskTools::registerAll(m_mcpTools);
 }
 
 TovrenApp::~TovrenApp()
@@ -163,6 +173,8 @@ QCoro::Task<> TovrenApp::deferredLaunchWork()
     // The update check, backups, missing recaps and the streak reminder join here, in that
     // order, as they arrive.
     postLibraryNudgeIfNeeded();
+    // Banners the user never opened join the inbox, in both faces.
+    m_inbox->reconcileNotifications(mainContext());
     co_return;
 }
 
@@ -241,6 +253,13 @@ QCoro::Task<bool> TovrenApp::eraseAllData()
     // The pages go now; the keys may wait behind a keyring's unlock prompt, and the caller
     // says whether they went.
     NoticeCenter::shared().post(Notices::dataErased);
+    // The log of banners holds their words too.
+    QStringList delivered;
+    for (const NotificationCenter::Delivered &shown :
+         co_await m_inbox->notifications().deliveredNotifications())
+        delivered.append(shown.identifier);
+    if (!delivered.isEmpty())
+        m_inbox->notifications().removeDelivered(delivered);
     co_return co_await m_keys->removeAllProviderKeys();
 }
 

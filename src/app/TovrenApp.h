@@ -4,6 +4,7 @@
 #include "ai/AIContext.h"
 #include "ai/AIKeyStore.h"
 #include "bridge/MCPTools.h"
+#include "inbox/InboxServices.h"
 #include "writing/JournalDraftStore.h"
 #include "writing/SaveDebouncer.h"
 
@@ -31,6 +32,8 @@ struct LaunchSteps {
     std::function<std::optional<QString>()> pendingRestore;
     std::function<void(Preferences &)> toolGroupDefaults;
     StoreLifecycle::Opener openStore = StoreLifecycle::openContainer;
+    // The desktop's notification centre; tests give an in-memory one.
+    InboxServices::CenterFactory notificationCenter;
 
     static LaunchSteps standard();
 };
@@ -60,6 +63,7 @@ public:
     // What the AI engine works with: preferences, the provider keys and the network.
     AIContext aiContext() { return {*m_preferences, *m_keys, m_network}; }
     AIKeyStore &keyStore() { return *m_keys; }
+    InboxServices &inbox() { return *m_inbox; }
     const std::optional<QString> &recoveryNotice() const { return m_recoveryNotice; }
     StoreLifecycle::State storeState() const { return m_storeState; }
 
@@ -107,6 +111,7 @@ private:
     QNetworkAccessManager m_network;
     std::unique_ptr<SecretStore> m_secrets;
     std::unique_ptr<AIKeyStore> m_keys;
+    std::unique_ptr<InboxServices> m_inbox;
     // Background AI work belongs to this; it goes first when Tovren closes.
     std::unique_ptr<QObject> m_aiWork = std::make_unique<QObject>();
     std::optional<QString> m_recoveryNotice;

@@ -27,6 +27,7 @@
 #include "core/store/Database.h"
 #include "core/store/ModelContext.h"
 #include "core/store/StoreError.h"
+#include "platform/DesktopNotificationCenter.h"
 #include "ui/MainWindow.h"
 
 #include <QAbstractButton>
@@ -187,6 +188,27 @@ private slots:
         context.insert(std::make_shared<DailyEntry>(u"still works"_s, launchTime, false));
         context.save();
         QCOMPARE(context.fetch<DailyEntry>().value(0)->content, u"still works"_s);
+    }
+
+    // A banner shown by an earlier process and never opened is in the inbox after the next
+    // launch's deferred work, once; the log forgets it.
+    void undismissedBannerReachesTheInboxAtTheNextLaunch()
+    {
+        TempDataDir dir;
+        {
+            DesktopNotificationCenter earlier;
+            earlier.add({u"daily-log-reminder-2"_s,
+                         {u"Reminder: Log your work"_s, u"What did you get done?"_s, {}, {}},
+                         NotificationCenter::Trigger::now()});
+        }
+        for (int launch = 0; launch < 2; ++launch) {
+            TovrenApp app(LaunchSteps::standard());
+            app.start();
+            app.shellDidAppear();
+            QTRY_COMPARE(rowsTitled(app, u"Reminder: Log your work"_s), 1);
+            QTRY_VERIFY(
+                QCoro::waitFor(app.inbox().notifications().deliveredNotifications()).isEmpty());
+        }
     }
 
     void libraryNudge_data()

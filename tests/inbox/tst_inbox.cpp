@@ -1,5 +1,6 @@
 #include "TestSupport.h"
 
+#include "MemoryNotificationCenter.h"
 #include "core/Notices.h"
 #include "core/PreferenceKeys.h"
 #include "core/Preferences.h"
@@ -9,9 +10,12 @@
 #include "core/store/ModelContext.h"
 #include "inbox/InboxRouter.h"
 #include "inbox/InboxService.h"
+#include "inbox/NotificationMirror.h"
 
 #include <QSignalSpy>
 #include <QTest>
+
+#include <qcoro/qcorotask.h>
 
 using namespace Qt::StringLiterals;
 
@@ -255,6 +259,71 @@ private slots:
             }
         }
         QCOMPARE(shown, sections);
+    }
+
+    void mirroredKindAndRoute_data()
+    {
+        QTest::addColumn<QString>("identifier");
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<std::optional<QString>>("route");
+
+        using R = std::optional<QString>;
+        QTest::newRow("recap") << u"recap-ready-2026-W10"_s << u"brief_ready"_s
+                               << R(u"tab:reviews"_s);
+        QTest::newRow("milestone") << u"milestone-10"_s << u"milestone_unlocked"_s << R();
+        QTest::newRow("prep") << u"meeting-prep-9"_s << u"reminder"_s << R(u"tab:people"_s);
+        QTest::newRow("daily reminder")
+            << u"daily-log-reminder-2"_s << u"reminder"_s << R(u"tab:journal"_s);
+    }
+    void mirroredKindAndRoute()
+    {
+        QFETCH(QString, identifier);
+        QFETCH(QString, kind);
+        QFETCH(std::optional<QString>, route);
+
+        FixedClock clock(wednesday, testCalendar());
+        const QDateTime delivered = wednesday.addSecs(-7200).addMSecs(750);
+        QVERIFY(
+            NotificationMirror::mirror({identifier, u"Title"_s, u"Body"_s, delivered}, context()));
+        const auto item = allItems(context()).first();
+        QCOMPARE(item->kindRaw, kind);
+        QCOMPARE(item->actionRoute, route);
+        QVERIFY(!item->actionLabel);
+        QVERIFY(!item->readAt);
+        // Dated by the banner, keyed by its whole seconds.
+        QCOMPARE(item->createdAt, delivered);
+        QCOMPARE(item->payload,
+                 u"notif:"_s + identifier + u':' + QString::number(delivered.toSecsSinceEpoch()));
+        QVERIFY(!context().hasChanges());
+    }
+
+    void reconcileCopiesEachDeliveryOnce()
+    {
+        MemoryNotificationCenter center;
+        const QDateTime at(QDate(2026, 3, 10), QTime(17, 0), Qt::UTC);
+        const QList<NotificationCenter::Delivered> shown{
+            {u"daily-log-reminder-3"_s, u"Reminder: Log your work"_s, u"b"_s, at},
+            // The same request delivered again a week later is another item.
+            {u"daily-log-reminder-3"_s, u"Reminder: Log your work"_s, u"b"_s, at.addDays(7)},
+            {u"recap-ready-w10"_s, u"Recap"_s, u"r"_s, at.addSecs(30)},
+        };
+        center.delivered = shown;
+        QCoro::waitFor(NotificationMirror::reconcile(center, context()));
+        QCOMPARE(allItems(context()).size(), 3);
+        const QList<QStringList> removed{
+            {u"daily-log-reminder-3"_s, u"daily-log-reminder-3"_s, u"recap-ready-w10"_s}};
+        QCOMPARE(center.removeDeliveredCalls, removed);
+        QVERIFY(center.delivered.isEmpty());
+
+        // A centre that didn't forget them: nothing new, and it's told again to forget.
+        center.delivered = shown;
+        QCoro::waitFor(NotificationMirror::reconcile(center, context()));
+        QCOMPARE(allItems(context()).size(), 3);
+        QCOMPARE(center.removeDeliveredCalls.size(), 2);
+
+        // Nothing delivered: the centre isn't asked to remove anything.
+        QCoro::waitFor(NotificationMirror::reconcile(center, context()));
+        QCOMPARE(center.removeDeliveredCalls.size(), 2);
     }
 
     void routes_data()
