@@ -13,7 +13,10 @@
 #include "settings/JournalPane.h"
 #include "settings/MCPConnectorSection.h"
 #include "settings/SettingsWindow.h"
+#include "tasks/TasksScreen.h"
 #include "ui/Theme.h"
+#include "ui/inbox/InboxScreen.h"
+#include "ui/inbox/InboxUnreadBadge.h"
 #include "writing/EditorLink.h"
 
 #include <QApplication>
@@ -35,6 +38,10 @@ QWidget *makeScreen(SidebarItem item, TovrenApp &app)
     switch (item) {
     case SidebarItem::journal:
         return new JournalScreen(app);
+    case SidebarItem::tasks:
+        return new TasksScreen(app);
+    case SidebarItem::inbox:
+        return new InboxScreen(app);
     case SidebarItem::meetings:
         return new PeopleScreen(app);
     default:
@@ -89,6 +96,8 @@ void MainWindow::addTab(SidebarItem item, QWidget *screen)
     m_screens->addWidget(screen);
     auto *row = new QListWidgetItem(SidebarItems::title(item), m_sidebar);
     row->setData(Qt::UserRole, SidebarItems::rawValue(item));
+    if (item == SidebarItem::inbox)
+        InboxUnreadBadge::attach(m_app.mainContext(), m_sidebar, row);
 }
 
 void MainWindow::buildMenus()
@@ -98,6 +107,8 @@ void MainWindow::buildMenus()
     QAction *newEntry = file->addAction(tr("&New Entry"), this, [this] {
         if (auto *people = qobject_cast<PeopleScreen *>(m_screens->currentWidget()))
             people->newPerson();
+        else if (auto *tasks = qobject_cast<TasksScreen *>(m_screens->currentWidget()))
+            tasks->focusQuickAdd();
         else
             this->newEntry();
     });

@@ -98,8 +98,8 @@ private slots:
 
     void shell()
     {
-        QCOMPARE(m_window->tabs(),
-                 (QList<SidebarItem>{SidebarItem::journal, SidebarItem::meetings}));
+        QCOMPARE(m_window->tabs(), (QList<SidebarItem>{SidebarItem::journal, SidebarItem::tasks,
+                                                       SidebarItem::inbox, SidebarItem::meetings}));
         QCOMPARE(m_window->currentTab(), SidebarItem::journal);
         // A tab that has no screen yet is refused, and the selection stays.
         QVERIFY(!m_window->selectTab(SidebarItem::goals));
