@@ -15,6 +15,7 @@
 #include "Tag.h"
 #include "TaskItem.h"
 #include "WeeklyBrief.h"
+#include "core/JournalSearch.h"
 
 using namespace Qt::StringLiterals;
 
@@ -30,6 +31,7 @@ const Schema &current()
          &EntryImage::staticEntity(), &WeeklyBrief::staticEntity(), &AIInteraction::staticEntity(),
          &InboxItem::staticEntity(), &SavedStory::staticEntity(),
          &PerformanceReview::staticEntity()},
+        JournalSearch::prepareIndex,
     };
     return schema;
 }

@@ -9,6 +9,25 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+// tovren_fold(text): the text lower-cased exactly as QString::toLower does, so that what SQL
+// keeps for searching is what the application compares. NULL stays NULL.
+void foldText(sqlite3_context *context, int, sqlite3_value **arguments)
+{
+    if (sqlite3_value_type(arguments[0]) == SQLITE_NULL) {
+        sqlite3_result_null(context);
+        return;
+    }
+    const auto *text = reinterpret_cast<const char *>(sqlite3_value_text(arguments[0]));
+    const QByteArray folded =
+        QString::fromUtf8(text, sqlite3_value_bytes(arguments[0])).toLower().toUtf8();
+    sqlite3_result_text64(context, folded.constData(), sqlite3_uint64(folded.size()),
+                          SQLITE_TRANSIENT, SQLITE_UTF8);
+}
+
+} // namespace
+
 QString quotedIdentifier(const QString &name)
 {
     QString escaped = name;
@@ -29,6 +48,10 @@ Database::Database(const QString &path)
         throw StoreError(message);
     }
     sqlite3_extended_result_codes(m_db, 1);
+    // Triggers call it, so every connection that writes the file needs it.
+    sqlite3_create_function_v2(m_db, "tovren_fold", 1,
+                               SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS, nullptr,
+                               foldText, nullptr, nullptr, nullptr);
 }
 
 Database::~Database()

@@ -14,6 +14,7 @@
 #include <optional>
 #include <type_traits>
 
+class Database;
 class ModelContext;
 
 // How a C++ field is kept in a column. Times are whole milliseconds since 1970 (UTC), flags are
@@ -239,4 +240,8 @@ private:
 struct Schema {
     QString version;
     QList<const Entity *> entities;
+    // Run once every table exists, in the same transaction: what the store keeps beyond the
+    // tables (triggers, derived tables). It checks for itself what a file lacks, since it runs
+    // at every open.
+    std::function<void(Database &)> extend;
 };

@@ -163,6 +163,8 @@ void ModelContainer::prepareSchema()
                 }
             }
         }
+        if (m_schema.extend)
+            m_schema.extend(*m_db);
         m_db->exec(u"COMMIT"_s);
     } catch (const StoreError &) {
         try {

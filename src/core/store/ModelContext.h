@@ -44,10 +44,20 @@ public:
     // A save whose failure the caller may ignore; says whether it worked.
     bool trySave() noexcept;
     bool hasChanges() const;
+    // Unsaved inserts, changes or deletes of this record type, which the file doesn't show yet.
+    template<class T>
+    bool hasUnsavedChanges() const
+    {
+        return hasPendingChanges(T::staticEntity());
+    }
 
     // Saves on its own shortly after changes while enabled.
     bool autosaveEnabled() const { return m_autosave; }
     void setAutosaveEnabled(bool enabled);
+
+    // The connection, for queries the database answers better than records do (text search);
+    // they see only what was saved.
+    Database &database() { return m_db; }
 
     // Store internals, for the relationship and large-value plumbing.
     std::shared_ptr<Record> recordForKey(const Entity &entity, const QString &key);
