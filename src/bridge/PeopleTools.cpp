@@ -5,6 +5,7 @@
 #include "RPCMessages.h"
 #include "ToolArguments.h"
 #include "core/Clock.h"
+#include "core/DateText.h"
 #include "core/PeopleQueries.h"
 #include "core/records/ActionItem.h"
 #include "core/records/Meeting.h"
@@ -13,8 +14,6 @@
 
 #include <QCollator>
 #include <QJsonArray>
-#include <QLocale>
-#include <QRegularExpression>
 
 #include <algorithm>
 
@@ -24,30 +23,9 @@ namespace PeopleTools {
 
 namespace {
 
+using DateText::monthAndDay;
+using DateText::shortDate;
 using People = QList<std::shared_ptr<Person>>;
-
-// The locale's long date with the weekday gone and the month abbreviated: "Jan 5, 2026".
-QString datePattern(bool withYear)
-{
-    static const QRegularExpression weekday(u"^d{4}[,\\s]*|[,\\s]*d{4}"_s);
-    static const QRegularExpression year(u"^y+[,.\\s/-]*|[,\\s]*y+"_s);
-    QString pattern = QLocale().dateFormat(QLocale::LongFormat);
-    pattern.remove(weekday);
-    pattern.replace(u"MMMM"_s, u"MMM"_s);
-    if (!withYear)
-        pattern.remove(year);
-    return pattern.trimmed();
-}
-
-QString shortDate(const QDateTime &instant)
-{
-    return QLocale().toString(Calendar::current().day(instant), datePattern(true));
-}
-
-QString monthAndDay(const QDateTime &instant)
-{
-    return QLocale().toString(Calendar::current().day(instant), datePattern(false));
-}
 
 QString trimmedText(const QJsonObject &arguments, QLatin1StringView key)
 {

@@ -72,11 +72,11 @@ private slots:
             QCOMPARE(tool.toObject().value("inputSchema"_L1).toObject().value("type"_L1),
                      u"object"_s);
         }
-        QCOMPARE(names, QStringList({u"get_entries"_s, u"add_journal_entry"_s, u"log_meeting"_s,
-                                     u"get_people"_s, u"get_person"_s, u"add_person"_s,
-                                     u"get_meetings"_s, u"get_action_items"_s, u"add_action_item"_s,
-                                     u"complete_action_item"_s, u"get_journal_template"_s,
-                                     u"update_journal_entry"_s}));
+        QCOMPARE(names, u"get_entries get_open_tasks search add_journal_entry add_task "
+                        "complete_task log_meeting get_tags get_people get_person add_person "
+                        "get_meetings get_action_items add_action_item complete_action_item "
+                        "get_stats get_inbox mark_inbox_read get_journal_template "
+                        "update_journal_entry"_s.split(u' '));
     }
 
     // `tovren mcp` sends all its requests and then closes its sending side when its input ends;
