@@ -6,8 +6,9 @@
 // --pages-out also writes the pages as JSON lines {"date":..., "content":...}, so that the
 // benchmark can hand the same text to another server.
 // Per ten years: ~2,600 workday pages of 1-2 KB with #tags, @mentions, lists and some image
-// tokens; 150 people; 2,000 meetings with notes and action items; 5,000 tasks; 40 goals with
-// milestones; 30 library documents of ~20 KB; 500 inbox rows. The same seed gives the same text.
+// tokens; 150 people; 2,000 meetings with notes and action items; 520 weekly and 120 monthly
+// reviews of ~1 KB; 5,000 tasks; 40 goals with milestones; 30 library documents of ~20 KB; 500
+// inbox rows. The same seed gives the same text.
 #include "core/TagParser.h"
 #include "core/records/ActionItem.h"
 #include "core/records/DailyEntry.h"
@@ -19,6 +20,7 @@
 #include "core/records/Person.h"
 #include "core/records/StoreSchema.h"
 #include "core/records/TaskItem.h"
+#include "core/records/WeeklyBrief.h"
 #include "core/store/ModelContainer.h"
 #include "core/store/ModelContext.h"
 
@@ -79,6 +81,7 @@ public:
         people(150);
         pages();
         meetings(2000 * scale10 / 10);
+        reviews();
         tasks(5000 * scale10 / 10);
         goals(40 * scale10 / 10);
         documents(30);
@@ -185,6 +188,28 @@ private:
                 m_context.insert(item);
             }
             saveEvery(i + 1, 500);
+        }
+        m_context.save();
+    }
+
+    QString review()
+    {
+        QString text = u"## Highlights\n\n- "_s + sentence() + u"\n- "_s + sentence();
+        while (text.size() < 1024)
+            text += u"\n\n"_s + sentence();
+        return text;
+    }
+
+    void reviews()
+    {
+        for (QDate day = firstDay(); day <= m_today; day = day.addDays(1)) {
+            if (day.dayOfWeek() == 1)
+                m_context.insert(std::make_shared<WeeklyBrief>(
+                    day.startOfDay(), day.addDays(6).startOfDay(), review(), u"[]"_s, 5, 5));
+            if (day.day() == 1)
+                m_context.insert(std::make_shared<WeeklyBrief>(
+                    day.startOfDay(), day.addMonths(1).addDays(-1).startOfDay(), review(), u"[]"_s,
+                    20, 20, BriefPeriod::monthly));
         }
         m_context.save();
     }

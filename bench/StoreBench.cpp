@@ -1,10 +1,13 @@
 // Times the store on its own, over a copy of a generated journal: opening it, fetching every
 // page, and saving a one-field change, the last both with few records held and with every
 // record of the journal held by the context (autosave checks every held record for changes).
+// Each --search term is looked up through the index and by reading every record; the two must
+// give the same hits.
 //
-//   store_bench STORE [--runs N]
+//   store_bench STORE [--runs N] [--search TERM]...
 //
 // Prints one JSON line per figure: {"figure":..., "unit":"ms", "runs":N, "min":..., ...}.
+#include "core/JournalSearch.h"
 #include "core/records/ActionItem.h"
 #include "core/records/DailyEntry.h"
 #include "core/records/Meeting.h"
@@ -26,7 +29,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-void report(const char *figure, QList<double> samples, qint64 held = -1)
+void report(const char *figure, QList<double> samples, qint64 held = -1, qint64 hits = -1)
 {
     std::sort(samples.begin(), samples.end());
     const double median =
@@ -38,6 +41,8 @@ void report(const char *figure, QList<double> samples, qint64 held = -1)
                 figure, int(samples.size()), samples.first(), median, samples.last());
     if (held >= 0)
         std::printf(",\"held_records\":%lld", static_cast<long long>(held));
+    if (hits >= 0)
+        std::printf(",\"hits\":%lld", static_cast<long long>(hits));
     std::printf("}\n");
     std::fflush(stdout);
 }
@@ -60,7 +65,14 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "usage: store_bench STORE [--runs N]\n");
         return 2;
     }
-    const int runs = args.size() > 3 && args.at(2) == u"--runs"_s ? args.at(3).toInt() : 7;
+    int runs = 7;
+    QStringList terms;
+    for (qsizetype i = 2; i + 1 < args.size(); i += 2) {
+        if (args.at(i) == u"--runs"_s)
+            runs = args.at(i + 1).toInt();
+        else if (args.at(i) == u"--search"_s)
+            terms.append(args.at(i + 1));
+    }
     QTemporaryDir scratch;
     const QString path = scratch.filePath(u"bench.store"_s);
     if (!QFile::copy(args.at(1), path)) {
@@ -106,6 +118,38 @@ int main(int argc, char **argv)
         report("store save one field, pages held", saveFew, -1);
         report("store autosave check, all held", scanAll, held);
         report("store save one field, all held", saveAll, held);
+
+        for (const QString &term : std::as_const(terms)) {
+            ModelContainer container(StoreSchema::current(),
+                                     ModelContainer::Configuration::atPath(path));
+            ModelContext &context = container.mainContext();
+            QList<double> indexed, scanned;
+            QList<JournalSearch::Hit> fast, slow;
+            // The index first: the scan leaves every record it read in the context.
+            for (int run = 0; run < runs; ++run)
+                indexed.append(timed([&] { fast = JournalSearch::search(context, term, 20); }));
+            for (int run = 0; run < runs; ++run)
+                scanned.append(timed([&] { slow = JournalSearch::scan(context, term, 20); }));
+            // Every record still in the context, as until the next autosave after a walk over all
+            // of them: the check for unsaved changes then looks at each.
+            QList<double> loaded;
+            for (int run = 0; run < runs; ++run)
+                loaded.append(timed([&] { fast = JournalSearch::search(context, term, 20); }));
+            for (qsizetype i = 0; i < std::max(fast.size(), slow.size()); ++i) {
+                if (i >= fast.size() || i >= slow.size() ||
+                    fast.at(i).source != slow.at(i).source || fast.at(i).date != slow.at(i).date ||
+                    fast.at(i).snippet != slow.at(i).snippet) {
+                    std::fprintf(stderr, "store_bench: search and scan differ for \"%s\"\n",
+                                 qPrintable(term));
+                    return 1;
+                }
+            }
+            const QByteArray figure = "store search '" + term.toUtf8() + "', first 20";
+            report(QByteArray(figure + ", index").constData(), indexed, -1, fast.size());
+            report(QByteArray(figure + ", reading every record").constData(), scanned, -1,
+                   slow.size());
+            report(QByteArray(figure + ", index, all loaded").constData(), loaded, -1, fast.size());
+        }
     } catch (const StoreError &error) {
         std::fprintf(stderr, "store_bench: %s\n", qPrintable(error.description()));
         return 1;

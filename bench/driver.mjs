@@ -66,7 +66,9 @@ function unavailable(figure, reason) {
 function journal() {
     const folder = path.join(options.build, 'bench-data');
     fs.mkdirSync(folder, { recursive: true });
-    const store = path.join(folder, `journal-${options.years}y-${options.seed}.store`);
+    // The generator's version is part of the name, so that a journal of an older one is made
+    // afresh (v2: reviews, and the search index built as the journal is written).
+    const store = path.join(folder, `journal-v2-${options.years}y-${options.seed}.store`);
     const pages = `${store}.pages.jsonl`;
     if (!fs.existsSync(store) || !fs.existsSync(pages)) {
         for (const file of [store, `${store}-wal`, `${store}-shm`, pages]) fs.rmSync(file, { force: true });
@@ -225,6 +227,12 @@ const workload = {
     seconds: 3,
 };
 
+// Two searches from what journal_generator writes. A sentence names one of 150 people and one
+// of 15 tags, so a person and a tag together come up a dozen times in ten years; a sentence
+// names one of 12 pieces of work, so each is in about half of all pages, meetings and reviews.
+const searchTerms = { rare: 'Ximena Novak #budget', common: 'cache invalidation' };
+const hitCount = (answer) => (answer.result?.content?.[0]?.text ?? '').split('\n').filter((l) => l.startsWith('### ')).length;
+
 async function measureCalls(label, api, results) {
     const put = (key, value) => (results[key] ??= []).push(value);
     const lat = async (key, count, call) => {
@@ -237,6 +245,12 @@ async function measureCalls(label, api, results) {
     await lat('get_entries 14 days', workload.latencyCount, () => api.recent());
     await lat('get_entries a year', workload.yearCount, () => api.year());
     await lat('add_journal_entry', workload.writeCount, (i) => api.add(i));
+    for (const [kind, term] of Object.entries(searchTerms)) {
+        (results[`search ${kind} term hits`] ??= []).push(await api.search(term).then(api.hits));
+        await lat(`search ${kind} term`, workload.latencyCount, () => api.search(term));
+    }
+    if (api.tags) await lat('get_tags', workload.yearCount, () => api.tags());
+    if (api.stats) await lat('get_stats', workload.yearCount, () => api.stats());
     put('reads/s, 1 connection, 1 in flight',
         await throughput([api.client], workload.seconds, 1, () => api.recent()));
     put('reads/s, 1 connection, 8 in flight',
@@ -268,6 +282,10 @@ function tovrenApi(client, extraClients) {
         year: (c = client) => call(c, 'get_entries', { from: yearFrom, to: today, limit: 200 }),
         add: (i, c = client) => call(c, 'add_journal_entry',
             { content: `Benchmark note ${i} #bench with @Ann Lee: wrote up the numbers.`, date: writeDay(i) }),
+        search: (query) => call(client, 'search', { query }),
+        hits: hitCount,
+        tags: () => call(client, 'get_tags', {}),
+        stats: () => call(client, 'get_stats', {}),
     };
 }
 
@@ -286,6 +304,15 @@ function peerApi(client, pagesByDay) {
         add: (i) => call('create_entities', { entities: [{ name: `bench ${writeDay(i)} ${i}`,
             entityType: 'journal_day',
             observations: [`Benchmark note ${i} #bench with @Ann Lee: wrote up the numbers.`] }] }),
+        // Its substring search over names, types and observations; it has no tag list or figures.
+        search: (query) => call('search_nodes', { query }),
+        hits: (answer) => {
+            try {
+                return JSON.parse(answer.result?.content?.[0]?.text ?? '{}').entities?.length ?? 0;
+            } catch {
+                return 0;
+            }
+        },
     };
 }
 
@@ -377,7 +404,9 @@ async function tovrenCalls(store) {
 }
 
 function storeFigures(store) {
-    const run = spawnSync(storeBench, [store, '--runs', String(Math.max(options.runs, 3))], { encoding: 'utf8' });
+    const search = Object.values(searchTerms).flatMap((term) => ['--search', term]);
+    const run = spawnSync(storeBench, [store, '--runs', String(Math.max(options.runs, 3)), ...search],
+        { encoding: 'utf8' });
     if (run.status !== 0) throw new Error(`store_bench failed: ${run.stderr}`);
     for (const line of run.stdout.split('\n').filter(Boolean)) {
         const entry = JSON.parse(line);
@@ -439,8 +468,18 @@ function printTable(tovrenResults, peerResults) {
             record(name, 'ms', samples, { target: '<= 100' });
             continue;
         }
+        if (name.endsWith(' hits')) {
+            const term = searchTerms[name.split(' ')[1]];
+            const entry = { figure: `mcp ${name} for "${term}"`, unit: 'hits', ...summary(samples), term };
+            if (peerResults?.[name]) entry.peer_median = summary(peerResults[name]).median;
+            figures.push(entry);
+            console.log(JSON.stringify(entry));
+            continue;
+        }
         const extra = { target: undefined };
         if (name === 'get_entries 14 days p99') extra.target = '<= 1';
+        if (name === 'search rare term p50') extra.target = '<= 5';
+        if (name === 'search common term p50') extra.target = '<= 20';
         if (name === 'reads/s, 1 connection, 1 in flight' || name === 'reads/s, 1 connection, 8 in flight')
             extra.target = '>= 10000';
         const peer = peerResults?.[name];
@@ -476,6 +515,7 @@ function format(value) {
     return value.toFixed(3);
 }
 
+console.error(`search terms: rare "${searchTerms.rare}", common "${searchTerms.common}"`);
 const { store, pages } = journal();
 await firstPage(store);
 await headlessStartAndMemory(store);
