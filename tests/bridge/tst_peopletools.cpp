@@ -2,8 +2,8 @@
 // team, and what each write leaves for the next call to read.
 
 #include "TestSupport.h"
+#include "ToolScript.h"
 
-#include "bridge/MCPError.h"
 #include "bridge/MCPTools.h"
 #include "bridge/PeopleTools.h"
 #include "core/Preferences.h"
@@ -14,7 +14,6 @@
 #include "core/store/ModelContainer.h"
 #include "core/store/ModelContext.h"
 
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QLocale>
 #include <QTest>
@@ -78,11 +77,7 @@ struct Team {
 
     QString call(const QString &tool, const QJsonObject &arguments)
     {
-        try {
-            return tools.invoke(tool, arguments, context(), preferences);
-        } catch (const MCPError &error) {
-            return u"error "_s + QString::number(error.code()) + u' ' + error.message();
-        }
+        return ToolScript::run(tools, {tool, arguments, {}}, context(), preferences);
     }
 };
 
@@ -105,8 +100,7 @@ class PeopleToolsTest : public QObject {
 private slots:
     void initTestCase() { QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates)); }
 
-    // A row is a script: each "> tool {arguments}" line is a call, with ' for " in its JSON, and
-    // the lines up to the next call are its reply.
+    // A row is a script of calls and replies (ToolScript).
     void calls_data()
     {
         QTest::addColumn<QString>("script");
@@ -228,12 +222,8 @@ private slots:
     {
         QFETCH(QString, script);
         Team team;
-        for (const QString &call : QString(u"\n"_s + script).split(u"\n> "_s, Qt::SkipEmptyParts)) {
-            const QString line = call.section(u'\n', 0, 0);
-            const QString arguments = line.section(u' ', 1).replace(u'\'', u'"');
-            QCOMPARE(team.call(line.section(u' ', 0, 0),
-                               QJsonDocument::fromJson(arguments.toUtf8()).object()),
-                     call.section(u'\n', 1));
+        for (const ToolScript::Call &call : ToolScript::parse(script)) {
+            QCOMPARE(team.call(call.tool, call.arguments), call.expected);
             QVERIFY(!team.context().hasChanges());
         }
     }
