@@ -35,6 +35,7 @@
 #include "inbox/InboxService.h"
 #include "platform/DesktopNotificationCenter.h"
 #include "platform/SecretStore.h"
+#include "safety/LegacyJournalImport.h"
 
 #include <QCoreApplication>
 #include <QTimer>
@@ -44,9 +45,8 @@ using namespace Qt::StringLiterals;
 LaunchSteps LaunchSteps::standard()
 {
     LaunchSteps steps;
-    // The import from an earlier install and the restore of a backup arrive with their own
-    // work; until then these steps have nothing to do.
-    steps.legacyImport = [] { return std::optional<QString>(); };
+    // The restore of a backup arrives with its own work; until then this step has nothing to do.
+    steps.legacyImport = LegacyJournalImport::runIfNeeded;
     steps.pendingRestore = [] { return std::optional<QString>(); };
     steps.toolGroupDefaults = MCPToolGroup::applyDefaultsOnce;
     steps.notificationCenter = [] {
@@ -92,7 +92,8 @@ ModelContext &TovrenApp::mainContext()
 
 void TovrenApp::start()
 {
-    std::optional<QString> notice = m_steps.legacyImport ? m_steps.legacyImport() : std::nullopt;
+    std::optional<QString> notice =
+        m_steps.legacyImport ? m_steps.legacyImport(*m_preferences) : std::nullopt;
     // A restore overwrites the store files, so it runs after the import, and its word wins.
     if (std::optional<QString> restored =
             m_steps.pendingRestore ? m_steps.pendingRestore() : std::nullopt)

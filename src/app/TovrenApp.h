@@ -28,7 +28,7 @@ class SecretStore;
 // The launch steps that work on files before any store is open. Each returns the notice it
 // has for the user, if any.
 struct LaunchSteps {
-    std::function<std::optional<QString>()> legacyImport;
+    std::function<std::optional<QString>(Preferences &)> legacyImport;
     std::function<std::optional<QString>()> pendingRestore;
     std::function<void(Preferences &)> toolGroupDefaults;
     StoreLifecycle::Opener openStore = StoreLifecycle::openContainer;

@@ -77,7 +77,7 @@ LaunchSteps stepsWithNotices(std::optional<QString> legacy, std::optional<QStrin
             order->append(step);
     };
     LaunchSteps steps = LaunchSteps::standard();
-    steps.legacyImport = [=] { return note(u"legacy"_s), legacy; };
+    steps.legacyImport = [=](Preferences &) { return note(u"legacy"_s), legacy; };
     steps.pendingRestore = [=] { return note(u"restore"_s), restore; };
     steps.toolGroupDefaults = [=](Preferences &) { note(u"toolGroups"_s); };
     steps.openStore = [=, failures = std::make_shared<int>(failingOpens)](
