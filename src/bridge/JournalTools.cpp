@@ -6,6 +6,7 @@
 #include "RPCMessages.h"
 #include "ToolArguments.h"
 #include "core/Clock.h"
+#include "core/JournalLanguage.h"
 #include "core/Notices.h"
 #include "core/TagParser.h"
 #include "core/records/DailyEntry.h"
@@ -309,6 +310,7 @@ void registerAll(MCPTools &tools, JournalDraftStore &drafts, const Preferences &
                "overwrites.\n"_s +
                JournalTemplates::mcpSectionGuidance(preferences) +
                MCPProtocol::writingStyleSentence(preferences) +
+               JournalLanguage::instruction(preferences) +
                u" Write first person as the user. State only what they did; never invent "
                "detail, as this is evidence at review time. "_s +
                mentionAndTagAdvice;

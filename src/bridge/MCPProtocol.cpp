@@ -4,8 +4,9 @@
 #include "MCPTools.h"
 #include "RPCMessages.h"
 
-#include "core/PreferenceKeys.h"
+#include "core/JournalLanguage.h"
 #include "core/Preferences.h"
+#include "core/WritingStyle.h"
 #include "core/records/Document.h"
 #include "core/store/ModelContext.h"
 
@@ -96,15 +97,7 @@ RPCResponse MCPProtocol::callTool(const RPCRequest &request, ModelContext &conte
 
 QString MCPProtocol::writingStyleSentence(const Preferences &preferences)
 {
-    const QString style = preferences.value(Prefs::journalWritingStyle);
-    if (style == "brief"_L1)
-        return u"The user prefers brief entries: one or two sentences, plain prose, no headings "
-               "or bullets."_s;
-    if (style == "detailed"_L1)
-        return u"The user prefers detailed entries: several paragraphs covering what happened, "
-               "why, and what it means, in plain prose."_s;
-    return u"The user prefers a short paragraph or two: plain prose, specific about what "
-           "happened, no headings."_s;
+    return WritingStyles::assistantSentence(WritingStyles::current(preferences));
 }
 
 QString MCPProtocol::profileLine(ModelContext *mainStore)
@@ -143,8 +136,8 @@ QString MCPProtocol::instructions() const
     return u"This is the user's own work journal. Anything you write into it becomes their record "
            "of their work, so write first person as them, state only what they actually did, and "
            "never invent detail \u2014 it is read back as evidence at review time.\n\n"_s +
-           writingStyleSentence(m_preferences) + u"\n\n"_s +
-           profileLine(m_mainStore ? m_mainStore() : nullptr) +
+           writingStyleSentence(m_preferences) + JournalLanguage::instruction(m_preferences) +
+           u"\n\n"_s + profileLine(m_mainStore ? m_mainStore() : nullptr) +
            u"Write at the level of their role, as their profile describes it. Someone early in "
            "their career is judged by what they learned and delivered; someone senior by the "
            "scope of their decisions and their influence on others. Describe the work the way it "

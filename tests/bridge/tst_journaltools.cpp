@@ -512,6 +512,13 @@ private slots:
                      "this belongs under as 'section'. The user prefers brief entries: one or two "
                      "sentences, plain prose, no headings or bullets."_s +
                      rest);
+        // The chosen language follows the style sentence.
+        journal.preferences.set(Prefs::aiOutputLanguage, u"de"_s);
+        QVERIFY(description().contains(
+            u"no headings or bullets.\nWrite all of your output in German, regardless of the "
+            "language of these instructions. Keep names of people, companies, products, and "
+            "projects exactly as the user wrote them \u2014 do not translate them. Write first "
+            "person as the user."_s));
     }
 
     void hostileArgumentsAreRefusedOrIgnored()

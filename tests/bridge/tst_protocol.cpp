@@ -170,26 +170,35 @@ private slots:
     void writingStyle_data()
     {
         QTest::addColumn<QString>("style");
+        QTest::addColumn<QString>("language"); // aiOutputLanguage; null: not set
         QTest::addColumn<QString>("sentence");
-        QTest::newRow("brief") << u"brief"_s
+        QTest::newRow("brief") << u"brief"_s << QString()
                                << u"The user prefers brief entries: one or two sentences, plain "
                                   "prose, no headings or bullets."_s;
-        QTest::newRow("balanced") << u"balanced"_s << balanced;
+        QTest::newRow("balanced") << u"balanced"_s << QString() << balanced;
         QTest::newRow("detailed")
-            << u"detailed"_s
+            << u"detailed"_s << QString()
             << u"The user prefers detailed entries: several paragraphs covering what happened, "
                "why, and what it means, in plain prose."_s;
-        QTest::newRow("unknown") << u"Brief"_s << balanced;
+        QTest::newRow("unknown") << u"Brief"_s << QString() << balanced;
+        QTest::newRow("German chosen")
+            << u"balanced"_s << u"de"_s
+            << QString(balanced +
+                       u"\nWrite all of your output in German, regardless of the language of "
+                       "these instructions. Keep names of people, companies, products, and "
+                       "projects exactly as the user wrote them \u2014 do not translate them."_s);
     }
     // Read anew for each initialize, not once per protocol.
     void writingStyle()
     {
         QFETCH(QString, style);
+        QFETCH(QString, language);
         QFETCH(QString, sentence);
         Journal journal;
         const MCPProtocol protocol = journal.protocol();
         protocol.handle(request("1", "initialize"), journal.context());
         journal.preferences.set(Prefs::journalWritingStyle, style);
+        journal.preferences.set(Prefs::aiOutputLanguage, optionalText(language));
         QCOMPARE(resultOf(protocol.handle(request("2", "initialize"), journal.context()))
                      .value("instructions"_L1)
                      .toString(),

@@ -3,6 +3,7 @@
 #include "SettingsUi.h"
 #include "core/PreferenceKeys.h"
 #include "core/Preferences.h"
+#include "core/WritingStyle.h"
 #include "writing/JournalTemplates.h"
 
 #include <QComboBox>
@@ -11,18 +12,6 @@
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-struct StyleChoice {
-    QString raw;
-    QString label;
-};
-
-const QList<StyleChoice> styleChoices{
-    {u"brief"_s, u"Brief"_s}, {u"balanced"_s, u"Balanced"_s}, {u"detailed"_s, u"Detailed"_s}};
-
-} // namespace
 
 JournalPane::JournalPane(Preferences &preferences, QWidget *parent)
     : QWidget(parent)
@@ -57,11 +46,11 @@ JournalPane::JournalPane(Preferences &preferences, QWidget *parent)
     column->addWidget(SettingsUi::sectionHeading(u"Writing Style"_s, this));
     auto *length = new QComboBox(this);
     length->setObjectName(u"writingStyle"_s);
-    for (const StyleChoice &choice : styleChoices)
-        length->addItem(choice.label, choice.raw);
+    for (WritingStyle style : WritingStyles::all)
+        length->addItem(WritingStyles::label(style), WritingStyles::rawValue(style));
     // Anything unknown reads as balanced, as everywhere else.
-    const int style = length->findData(preferences.value(Prefs::journalWritingStyle));
-    length->setCurrentIndex(style >= 0 ? style : 1);
+    length->setCurrentIndex(
+        length->findData(WritingStyles::rawValue(WritingStyles::current(preferences))));
     auto *styleForm = new QFormLayout;
     styleForm->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
     styleForm->addRow(u"Length"_s, length);
