@@ -18,6 +18,12 @@ TempDataDir::TempDataDir()
     QDir().mkpath(configDir());
     qputenv("TOVREN_DATA_DIR", dataRoot().toLocal8Bit());
     qputenv("TOVREN_CONFIG_DIR", configDir().toLocal8Bit());
+    // Pages written by a test must never reach a model server that happens to run on the
+    // machine: unless the test brings its own, the on-device model is a port nobody answers.
+    if (!qEnvironmentVariableIsSet("TOVREN_ONDEVICE_URL")) {
+        qputenv("TOVREN_ONDEVICE_URL", "http://127.0.0.1:9");
+        m_setModelServer = true;
+    }
 }
 
 TempDataDir::~TempDataDir()
@@ -30,6 +36,8 @@ TempDataDir::~TempDataDir()
         qputenv("TOVREN_CONFIG_DIR", m_oldConfig);
     else
         qunsetenv("TOVREN_CONFIG_DIR");
+    if (m_setModelServer)
+        qunsetenv("TOVREN_ONDEVICE_URL");
 }
 
 QString TempDataDir::dataRoot() const

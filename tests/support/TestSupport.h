@@ -28,6 +28,7 @@ private:
     QByteArray m_oldConfig;
     bool m_hadData = false;
     bool m_hadConfig = false;
+    bool m_setModelServer = false;
 };
 
 // Fixes "now" (and optionally the calendar) while the object lives.

@@ -316,6 +316,59 @@ private slots:
         QVERIFY(f.secrets.items.isEmpty());
         qunsetenv("GEMINI_API_KEY");
     }
+
+    void summariesIn_data()
+    {
+        QTest::addColumn<QString>("stored");   // empty: never chosen
+        QTest::addColumn<QString>("detected"); // empty: nothing recognised yet
+        QTest::addColumn<QString>("shown");
+        QTest::addColumn<QString>("automatic");
+        QTest::newRow("never chosen") << QString() << QString() << u"Automatic"_s << u"Automatic"_s;
+        QTest::newRow("French recognised")
+            << u"auto"_s << u"fr"_s << u"Automatic (Français)"_s << u"Automatic (Français)"_s;
+        QTest::newRow("German chosen")
+            << u"de"_s << u"fr"_s << u"Deutsch"_s << u"Automatic (Français)"_s;
+        QTest::newRow("last of the list")
+            << u"zh-Hant"_s << QString() << u"繁體中文"_s << u"Automatic"_s;
+        QTest::newRow("a word the list doesn't know")
+            << u"xx"_s << QString() << u"Automatic"_s << u"Automatic"_s;
+    }
+
+    void summariesIn()
+    {
+        QFETCH(QString, stored);
+        QFETCH(QString, detected);
+        QFETCH(QString, shown);
+        QFETCH(QString, automatic);
+        Fixture f(u"appleFoundation"_s);
+        if (!stored.isEmpty())
+            f.preferences.setText(Prefs::aiOutputLanguage.name, stored);
+        if (!detected.isEmpty())
+            f.preferences.setText(Prefs::aiDetectedJournalLanguage.name, detected);
+        f.open();
+        auto *picker = f.find<QComboBox>(u"outputLanguage"_s);
+        QCOMPARE(picker->currentText(), shown);
+        QCOMPARE(picker->itemText(0), automatic);
+        QCOMPARE(picker->count(), 17);
+        // Opening the pane writes nothing, not even over a word it doesn't know.
+        QCOMPARE(f.preferences.value(Prefs::aiOutputLanguage),
+                 stored.isEmpty() ? std::nullopt : std::optional<QString>(stored));
+    }
+
+    void summariesInStoresTheChoice()
+    {
+        Fixture f(u"appleFoundation"_s);
+        f.open();
+        auto *picker = f.find<QComboBox>(u"outputLanguage"_s);
+        picker->setCurrentIndex(picker->findText(u"Deutsch"_s));
+        QCOMPARE(f.preferences.value(Prefs::aiOutputLanguage), std::optional<QString>(u"de"_s));
+        picker->setCurrentIndex(0);
+        QCOMPARE(f.preferences.value(Prefs::aiOutputLanguage), std::optional<QString>(u"auto"_s));
+        // A language recognised while the pane is open names itself in the first row.
+        f.preferences.setText(Prefs::aiDetectedJournalLanguage.name, u"ja"_s);
+        QCOMPARE(picker->itemText(0), u"Automatic (日本語)"_s);
+        QCOMPARE(picker->currentIndex(), 0);
+    }
 };
 
 QTEST_MAIN(TestAIProviderPane)

@@ -1,5 +1,6 @@
 #include "JournalScreen.h"
 
+#include "InspirationPanel.h"
 #include "JournalDayList.h"
 #include "JournalStreak.h"
 #include "JournalTextEdit.h"
@@ -17,6 +18,8 @@
 #include "core/records/EntryImage.h"
 #include "core/records/Tag.h"
 #include "core/store/ModelContext.h"
+#include "generators/EntrySummaryGenerator.h"
+#include "generators/Generators.h"
 #include "ui/Theme.h"
 #include "writing/EditorLink.h"
 #include "writing/JournalGreeting.h"
@@ -33,6 +36,7 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QScrollBar>
+#include <QShowEvent>
 #include <QTextBlock>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -131,6 +135,14 @@ JournalScreen::JournalScreen(TovrenApp &app, QWidget *parent)
     m_status->setWordWrap(true);
     m_status->hide();
     headerLayout->addWidget(m_status);
+    m_summary = new QLabel(header);
+    m_summary->setObjectName(u"entrySummary"_s);
+    m_summary->setTextFormat(Qt::PlainText);
+    m_summary->setWordWrap(true);
+    m_summary->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_summary->setContentsMargins(0, 0, 0, 6);
+    m_summary->hide();
+    headerLayout->addWidget(m_summary);
     pageLayout->addWidget(header);
     pageLayout->addWidget(m_editor, 1);
     connect(m_editor, &JournalTextEdit::columnChanged, header, [headerLayout](int left, int right) {
@@ -142,6 +154,10 @@ JournalScreen::JournalScreen(TovrenApp &app, QWidget *parent)
     layout->setSpacing(0);
     layout->addWidget(side);
     layout->addWidget(pageArea, 1);
+    // Beside the page; it reads its day only once shown.
+    m_inspiration =
+        new InspirationPanel(app.mainContext(), app.generators().taskPhraser(), m_editor, this);
+    layout->addWidget(m_inspiration);
 
     m_streak->setToolTip(JournalGreeting::streakHelp);
     m_win->setCheckable(true);
@@ -150,6 +166,9 @@ JournalScreen::JournalScreen(TovrenApp &app, QWidget *parent)
     m_template->setMenu(new QMenu(m_template));
     connect(m_template->menu(), &QMenu::aboutToShow, this, &JournalScreen::buildTemplateMenu);
     auto *moreMenu = new QMenu(m_more);
+    m_regenerateSummary =
+        moreMenu->addAction(tr("Regenerate summary"), this, &JournalScreen::regenerateSummary);
+    connect(moreMenu, &QMenu::aboutToShow, this, &JournalScreen::refreshSummary);
     moreMenu->addAction(tr("Delete This Day…"), this, [this] { deleteDay(shownDay()); });
     m_more->setMenu(moreMenu);
     connect(m_win, &QToolButton::toggled, this, &JournalScreen::toggleWin);
@@ -193,6 +212,17 @@ JournalScreen::JournalScreen(TovrenApp &app, QWidget *parent)
     m_page->followToday(app.appCalendar());
     m_editor->viewport()->installEventFilter(this);
 
+    m_summaries = app.generators().createEntrySummaryGenerator(this);
+    connect(m_summaries, &EntrySummaryGenerator::summaryStored, this, [this](const QDateTime &day) {
+        if (Calendar::current().isSameDay(day, m_page->date()))
+            refreshSummary();
+    });
+    connect(m_page, &JournalPageEditor::textReplaced, this, &JournalScreen::refreshSummary);
+    connect(m_page, &JournalPageEditor::entrySaved, this, [this] {
+        m_summaries->generateSummary(m_page->entries(), m_page->date());
+        refreshSummary();
+    });
+
     applyPalette();
     m_page->setDate(app.appCalendar().today());
     refreshDays();
@@ -208,7 +238,7 @@ void JournalScreen::applyPalette()
 {
     const QColor muted =
         Theme::blend(palette().color(QPalette::Text), palette().color(QPalette::Base), 0.45);
-    for (QLabel *label : {m_greeting, m_streak, m_status}) {
+    for (QLabel *label : {m_greeting, m_streak, m_status, m_summary}) {
         QPalette palette = label->palette();
         palette.setColor(QPalette::WindowText, muted);
         label->setPalette(palette);
@@ -250,6 +280,7 @@ void JournalScreen::onTextReplaced(const QString &text)
         m_editor->moveCursor(QTextCursor::End);
         m_loadedDay = day;
         m_days->selectDay(day);
+        m_inspiration->setDay(day);
         refreshHeader();
         return;
     }
@@ -306,6 +337,7 @@ void JournalScreen::refreshDays()
     const int weeks = JournalStreak::workWeekStreak(dates, Clock::now(), calendar);
     m_streak->setText(weeks > 0 ? u"·  "_s + JournalGreeting::streakText(weeks) : QString());
     refreshHeader();
+    m_inspiration->refresh();
 }
 
 void JournalScreen::attachPendingImages()
@@ -425,4 +457,47 @@ bool JournalScreen::eventFilter(QObject *watched, QEvent *event)
         QTimer::singleShot(0, this, [] { BenchProbe::firstPageShown(); });
     }
     return QWidget::eventFilter(watched, event);
+}
+
+void JournalScreen::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    if (event->spontaneous())
+        return;
+    // Behind the page: the pass starts once the page is on screen.
+    QTimer::singleShot(0, m_summaries,
+                       [summaries = m_summaries] { summaries->generateMissingSummaries(); });
+}
+
+void JournalScreen::refreshSummary()
+{
+    const auto entries = JournalPageEditor::storedEntries(m_page->date(), m_app.mainContext());
+    if (m_regenerateSummary)
+        m_regenerateSummary->setEnabled(!entries.isEmpty());
+    if (!m_summary)
+        return;
+    QString summary;
+    for (const auto &entry : entries) {
+        if (entry->summary && !entry->summary->isEmpty()) {
+            summary = *entry->summary;
+            break;
+        }
+    }
+    // A short page says it all itself.
+    const bool shown = !summary.isEmpty() &&
+                       EntrySummaryGenerator::isLong(EntrySummaryGenerator::dayText(entries));
+    m_summary->setText(shown ? summary : QString());
+    m_summary->setVisible(shown);
+}
+
+void JournalScreen::regenerateSummary()
+{
+    // Typing still waiting for its save belongs in the new summary.
+    m_page->save();
+    const QDateTime day = m_page->date();
+    const auto entries = JournalPageEditor::storedEntries(day, m_app.mainContext());
+    if (entries.isEmpty())
+        return;
+    m_summaries->regenerateSummary(entries, day);
+    refreshSummary();
 }

@@ -8,9 +8,12 @@
 
 #include <functional>
 
+class EntrySummaryGenerator;
+class InspirationPanel;
 class JournalDayList;
 class JournalPageEditor;
 class JournalTextEdit;
+class QAction;
 class QLabel;
 class QToolButton;
 class TovrenApp;
@@ -34,9 +37,12 @@ public:
     JournalDayList *dayList() const { return m_days; }
     JournalPageEditor *page() const { return m_page; }
     QToolButton *winButton() const { return m_win; }
+    InspirationPanel *inspiration() const { return m_inspiration; }
+    EntrySummaryGenerator *summaries() const { return m_summaries; }
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
+    void showEvent(QShowEvent *event) override;
     void changeEvent(QEvent *event) override;
 
 private:
@@ -50,6 +56,8 @@ private:
     void report(const QString &message);
     void buildTemplateMenu();
     void applyPalette();
+    void refreshSummary();
+    void regenerateSummary();
 
     TovrenApp &m_app;
     JournalPageEditor *m_page;
@@ -63,10 +71,15 @@ private:
     QToolButton *m_format;
     QToolButton *m_win;
     QToolButton *m_more;
+    InspirationPanel *m_inspiration = nullptr;
     QTimer m_refreshTimer;
     QTimer m_statusTimer;
     QDateTime m_loadedDay;
     // Images put in the page before it had a record to hang them on.
     QHash<QString, QByteArray> m_pendingImages;
     bool m_reportedFirstPage = false;
+    // The shown day's summary above its page, and what keeps the summaries up to date.
+    EntrySummaryGenerator *m_summaries = nullptr;
+    QLabel *m_summary = nullptr;
+    QAction *m_regenerateSummary = nullptr;
 };

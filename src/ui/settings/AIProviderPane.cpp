@@ -1,5 +1,6 @@
 #include "AIProviderPane.h"
 
+#include "SentToAIDialog.h"
 #include "SettingsUi.h"
 #include "ai/AIClientError.h"
 #include "ai/AIEndpointProbe.h"
@@ -8,6 +9,7 @@
 #include "ai/OnDeviceModel.h"
 #include "ai/TovrenAI.h"
 #include "core/Clock.h"
+#include "core/JournalLanguage.h"
 #include "core/PreferenceKeys.h"
 #include "ui/Dialogs.h"
 
@@ -35,9 +37,10 @@ QString formatLabel(AIWireFormat format)
 
 } // namespace
 
-AIProviderPane::AIProviderPane(AIContext context, QWidget *parent)
+AIProviderPane::AIProviderPane(AIContext context, ModelContext *log, QWidget *parent)
     : QWidget(parent)
     , m_context(context)
+    , m_log(log)
 {
     setObjectName(u"aiProviderPane"_s);
     QVBoxLayout *column = SettingsUi::paneColumn(this);
@@ -169,6 +172,24 @@ AIProviderPane::AIProviderPane(AIContext context, QWidget *parent)
     pendingLayout->addLayout(pendingButtons);
     m_pending->hide();
     column->addWidget(m_pending);
+
+    addLanguageRow(column);
+    if (m_log) {
+        column->addWidget(SettingsUi::sectionHeading(u"Privacy"_s, this));
+        column->addWidget(SettingsUi::hint(
+            u"Every prompt Tovren has sent to a provider, and the answer it kept."_s, this));
+        auto *sentRow = new QHBoxLayout;
+        auto *sent = new QPushButton(u"Sent to AI…"_s, this);
+        sent->setObjectName(u"sentToAI"_s);
+        sentRow->addWidget(sent);
+        sentRow->addStretch();
+        column->addLayout(sentRow);
+        connect(sent, &QPushButton::clicked, this, [this] {
+            auto *dialog = new SentToAIDialog(*m_log, m_context.preferences, this);
+            dialog->setAttribute(Qt::WA_DeleteOnClose);
+            dialog->open();
+        });
+    }
     column->addStretch();
 
     connect(m_provider, &QComboBox::currentIndexChanged, this, &AIProviderPane::providerPicked);
@@ -215,6 +236,40 @@ AIProviderPane::AIProviderPane(AIContext context, QWidget *parent)
 
     updateRows();
     start(loadForCurrentProvider());
+}
+
+void AIProviderPane::addLanguageRow(QVBoxLayout *column)
+{
+    Preferences &preferences = m_context.preferences;
+    column->addWidget(SettingsUi::sectionHeading(u"Language"_s, this));
+    m_language = new QComboBox(this);
+    m_language->setObjectName(u"outputLanguage"_s);
+    m_language->addItem(automaticLanguageLabel(), u"auto"_s);
+    for (const JournalLanguage::Choice &choice : JournalLanguage::choices())
+        m_language->addItem(choice.name, choice.id);
+    // A stored word this picker doesn't know reads as the automatic choice, and stays stored.
+    const int chosen =
+        m_language->findData(preferences.value(Prefs::aiOutputLanguage).value_or(u"auto"_s));
+    m_language->setCurrentIndex(std::max(chosen, 0));
+    auto *form = new QFormLayout;
+    form->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
+    form->addRow(u"Summaries in"_s, m_language);
+    column->addLayout(form);
+    column->addWidget(SettingsUi::hint(u"The language Tovren writes in"_s, this));
+    connect(m_language, &QComboBox::currentIndexChanged, this, [this] {
+        m_context.preferences.set(Prefs::aiOutputLanguage, m_language->currentData().toString());
+    });
+    preferences.onChanged(Prefs::aiDetectedJournalLanguage.name, this,
+                          [this] { m_language->setItemText(0, automaticLanguageLabel()); });
+}
+
+QString AIProviderPane::automaticLanguageLabel() const
+{
+    const std::optional<QString> detected =
+        m_context.preferences.value(Prefs::aiDetectedJournalLanguage);
+    if (!detected || detected->isEmpty())
+        return u"Automatic"_s;
+    return u"Automatic ("_s + JournalLanguage::displayName(*detected) + u')';
 }
 
 void AIProviderPane::setPendingEndpoint(std::optional<PendingEndpoint> endpoint)

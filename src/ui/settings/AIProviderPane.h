@@ -12,6 +12,7 @@
 
 #include <optional>
 
+class ModelContext;
 class QComboBox;
 class QFormLayout;
 class QGroupBox;
@@ -20,13 +21,16 @@ class QLineEdit;
 class QPushButton;
 class QTimer;
 class QToolButton;
+class QVBoxLayout;
 
 // Settings → AI: which provider writes for the user, its key, model and address, a test of the
-// connection, and the answer to an assistant's request to use another endpoint.
+// connection, the answer to an assistant's request to use another endpoint, the language of
+// generated text, and, given the store, the log of what was sent.
 class AIProviderPane : public QWidget {
     Q_OBJECT
 public:
-    explicit AIProviderPane(AIContext context, QWidget *parent = nullptr);
+    explicit AIProviderPane(AIContext context, ModelContext *log = nullptr,
+                            QWidget *parent = nullptr);
 
     // An address an assistant asked Tovren to use; nothing hides the request.
     void setPendingEndpoint(std::optional<PendingEndpoint> endpoint);
@@ -46,6 +50,9 @@ private:
     void updateModelHint();
     void showModels(const QStringList &models);
     void flash(const QString &text);
+    void addLanguageRow(QVBoxLayout *column);
+    // "Automatic", naming the language recognised in the user's writing once there is one.
+    QString automaticLanguageLabel() const;
     // Asks before the first key of a remote provider is saved; false when the user declined.
     bool consentGiven();
     template<class T>
@@ -66,6 +73,7 @@ private:
     QCoro::Task<> runTest();
 
     AIContext m_context;
+    ModelContext *m_log = nullptr;
     int m_loadGeneration = 0;
     bool m_keyLoaded = false;
     bool m_hasStoredKey = false;
@@ -99,4 +107,5 @@ private:
     QTimer *m_savedNoteTimer = nullptr;
     QGroupBox *m_pending = nullptr;
     QLabel *m_pendingTitle = nullptr;
+    QComboBox *m_language = nullptr;
 };
