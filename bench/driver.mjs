@@ -3,7 +3,8 @@
 //
 //   node bench/driver.mjs --build DIR [--runs N] [--years N] [--skip-peer]
 //
-// DIR is a build tree holding src/tovren, bench/journal_generator and bench/store_bench.
+// DIR is a build tree holding src/tovren, bench/journal_generator, bench/store_bench and
+// bench/export_bench.
 import { spawn, spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 import net from 'node:net';
@@ -32,6 +33,7 @@ if (!options.build) {
 const tovren = path.join(options.build, 'src', 'tovren');
 const generator = path.join(options.build, 'bench', 'journal_generator');
 const storeBench = path.join(options.build, 'bench', 'store_bench');
+const exportBench = path.join(options.build, 'bench', 'export_bench');
 
 const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
 const now = () => Number(process.hrtime.bigint()) / 1e6;
@@ -415,6 +417,16 @@ function storeFigures(store) {
     }
 }
 
+function exportFigures(store) {
+    const run = spawnSync(exportBench, [store, '--runs', String(Math.max(options.runs, 3))], { encoding: 'utf8' });
+    if (run.status !== 0) throw new Error(`export_bench failed: ${run.stderr}`);
+    for (const line of run.stdout.split('\n').filter(Boolean)) {
+        const entry = JSON.parse(line);
+        figures.push(entry);
+        console.log(JSON.stringify(entry));
+    }
+}
+
 // ---- the peer -----------------------------------------------------------------------------
 
 function peerEntry() {
@@ -520,6 +532,7 @@ const { store, pages } = journal();
 await firstPage(store);
 await headlessStartAndMemory(store);
 storeFigures(store);
+exportFigures(store);
 const tovrenResults = await tovrenCalls(store);
 const peerResults = options.skipPeer ? null : await peerCalls(pages);
 printTable(tovrenResults, peerResults);

@@ -1,11 +1,16 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets with clang in build/fuzz, replays their committed corpora and
-# then runs each for the given number of seconds (default 60). New inputs found go to
-# build/fuzz/found/<target>; a crash leaves its input in build/fuzz/crashes and fails the run.
+# then fuzzes them for the given number of seconds in all (default 60), shared evenly, each
+# target getting at least 20. New inputs found go to build/fuzz/found/<target>; a crash leaves
+# its input in build/fuzz/crashes and fails the run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-seconds=${1:-60}
-targets=(line_handler markup_roundtrip)
+budget=${1:-60}
+targets=(line_handler markup_roundtrip json_import)
+seconds=$(( budget / ${#targets[@]} ))
+if [ "$seconds" -lt 20 ]; then
+    seconds=20
+fi
 
 # -O1 with line tables: quick to compile, fast enough to fuzz, readable stacks.
 cmake -S . -B build/fuzz -G Ninja -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=None \
