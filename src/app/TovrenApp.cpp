@@ -32,9 +32,12 @@
 #include "core/records/WeeklyBrief.h"
 #include "core/store/ModelContainer.h"
 #include "core/store/ModelContext.h"
+#include "generators/Generators.h"
 #include "inbox/InboxService.h"
 #include "platform/DesktopNotificationCenter.h"
 #include "platform/SecretStore.h"
+#include "platform/SingleInstance.h"
+#include "safety/DataSafety.h"
 #include "safety/LegacyJournalImport.h"
 
 #include <QCoreApplication>
@@ -45,9 +48,8 @@ using namespace Qt::StringLiterals;
 LaunchSteps LaunchSteps::standard()
 {
     LaunchSteps steps;
-    // The restore of a backup arrives with its own work; until then this step has nothing to do.
     steps.legacyImport = LegacyJournalImport::runIfNeeded;
-    steps.pendingRestore = [] { return std::optional<QString>(); };
+    steps.pendingRestore = JournalBackup::applyPendingRestore;
     steps.toolGroupDefaults = MCPToolGroup::applyDefaultsOnce;
     steps.notificationCenter = [] {
         return std::unique_ptr<NotificationCenter>(new DesktopNotificationCenter);
@@ -73,6 +75,16 @@ TovrenApp::TovrenApp(LaunchSteps steps, QObject *parent)
     JournalTools::registerAll(m_mcpTools, m_drafts, *m_preferences);
     PeopleTools::registerAll(m_mcpTools);
     TaskTools::registerAll(m_mcpTools);
+    // A restore starts the new process first; it waits until this one has saved and gone.
+    const auto relaunch = [] {
+        if (!SingleInstance::relaunch())
+            return false;
+        QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+        return true;
+    };
+    m_safety = std::make_unique<DataSafety>(*m_preferences,
+                                            JournalBackup::Hooks{[this] { saveNow(); }, relaunch},
+                                            m_drafts, m_saveDebouncer);
 }
 
 TovrenApp::~TovrenApp()
@@ -87,7 +99,31 @@ TovrenApp::~TovrenApp()
 
 ModelContext &TovrenApp::mainContext()
 {
+    return m_safety->activeContext(realContext());
+}
+
+ModelContext &TovrenApp::realContext()
+{
     return m_container->mainContext();
+}
+
+bool TovrenApp::isDemoActive() const
+{
+    return m_safety->isDemoActive();
+}
+
+Generators &TovrenApp::generators()
+{
+    if (!isDemoActive())
+        return *m_generators;
+    // The demo writes with its own, so that nothing made for the sample lands in the journal.
+    // An earlier demo's goes only now: its screens went when that demo ended.
+    ModelContext &demo = mainContext();
+    if (m_demoGeneratorsContext != &demo) {
+        m_demoGenerators = std::make_unique<Generators>(aiContext(), demo, m_aiWork.get());
+        m_demoGeneratorsContext = &demo;
+    }
+    return *m_demoGenerators;
 }
 
 void TovrenApp::start()
@@ -96,7 +132,7 @@ void TovrenApp::start()
         m_steps.legacyImport ? m_steps.legacyImport(*m_preferences) : std::nullopt;
     // A restore overwrites the store files, so it runs after the import, and its word wins.
     if (std::optional<QString> restored =
-            m_steps.pendingRestore ? m_steps.pendingRestore() : std::nullopt)
+            m_steps.pendingRestore ? m_steps.pendingRestore(*m_preferences) : std::nullopt)
         notice = std::move(restored);
     if (m_steps.toolGroupDefaults)
         m_steps.toolGroupDefaults(*m_preferences);
@@ -105,8 +141,9 @@ void TovrenApp::start()
     m_container = std::move(opened.container);
     m_recoveryNotice = std::move(opened.recoveryNotice);
     m_storeState = opened.state;
+    m_generators = std::make_unique<Generators>(aiContext(), realContext(), m_aiWork.get());
     // Autosave starts once start-up has handed the thread back.
-    QTimer::singleShot(0, this, [this] { mainContext().setAutosaveEnabled(true); });
+    QTimer::singleShot(0, this, [this] { realContext().setAutosaveEnabled(true); });
 
     // Both faces serve assistants from the main store; no window needs to exist for it.
     m_mcpServer->followPreference(*m_preferences, [this] { return &mainContext(); });
@@ -114,6 +151,9 @@ void TovrenApp::start()
 
 void TovrenApp::shellDidAppear()
 {
+    // The sample journal gets neither: both wait until the user's own journal shows again.
+    if (isDemoActive())
+        return;
     // Written again at a later showing, it would raise the same alert each time.
     if (m_recoveryNotice && !m_noticePassedOn) {
         m_preferences->set(Prefs::pendingRecoveryNotice, m_recoveryNotice);
@@ -137,7 +177,7 @@ std::optional<QString> TovrenApp::noticeWithoutWindow()
 
 void TovrenApp::postRecoveryInboxRow(const QString &notice)
 {
-    ModelContext &context = mainContext();
+    ModelContext &context = realContext();
     // A launch without a window posted it already; the window then only raises the alert.
     if (!context.tryFetch<InboxItem>({field(&InboxItem::body) == notice, {}, 1}).isEmpty())
         return;
@@ -147,6 +187,8 @@ void TovrenApp::postRecoveryInboxRow(const QString &notice)
 std::optional<TovrenApp::Alert> TovrenApp::firstPageDidAppear()
 {
     std::optional<Alert> alert;
+    if (isDemoActive())
+        return alert;
     ModelContext &context = mainContext();
     if (const std::optional<QString> notice = m_preferences->value(Prefs::pendingRecoveryNotice)) {
         m_preferences->remove(Prefs::pendingRecoveryNotice.name);
@@ -171,8 +213,12 @@ std::optional<TovrenApp::Alert> TovrenApp::firstPageDidAppear()
 
 QCoro::Task<> TovrenApp::deferredLaunchWork()
 {
-    // The update check, backups, missing recaps and the streak reminder join here, in that
-    // order, as they arrive.
+    // Started just before demo mode came on, it waits for the next showing of the real journal.
+    if (isDemoActive())
+        co_return;
+    // The update check joins before the backups, and missing recaps and the streak reminder
+    // after them, as they arrive.
+    m_safety->backup().start();
     postLibraryNudgeIfNeeded();
     // Banners the user never opened join the inbox, in both faces.
     m_inbox->reconcileNotifications(mainContext());
@@ -224,6 +270,9 @@ QCoro::Task<bool> TovrenApp::eraseAllData()
     // A save already on its way must not bring back what is about to go.
     m_saveDebouncer.cancel();
     m_drafts.clear();
+    const bool demo = isDemoActive();
+    if (!demo)
+        m_safety->backup().eraseLocalBackups();
     ModelContext &context = mainContext();
     for (const auto &image : context.tryFetch<EntryImage>())
         ImageStorage::remove(image->id.toString(QUuid::WithoutBraces).toUpper());
@@ -244,6 +293,12 @@ QCoro::Task<bool> TovrenApp::eraseAllData()
     removeAll<WeeklyBrief>(context);
     removeAll<SavedStory>(context);
     context.trySave();
+    // In demo mode only the sample goes: the profile, the keys, the banners and the assistants
+    // belong to the user's own journal beside it.
+    if (demo) {
+        NoticeCenter::shared().post(Notices::dataErased);
+        co_return true;
+    }
 
     m_preferences->remove(Prefs::userProfileName.name);
     m_preferences->remove(Prefs::userProfileAvatar.name);
@@ -267,8 +322,10 @@ QCoro::Task<bool> TovrenApp::eraseAllData()
 void TovrenApp::saveNow()
 {
     m_saveDebouncer.fire();
-    if (m_container)
+    if (m_container) {
         mainContext().trySave();
+        realContext().trySave();
+    }
     if (m_preferences)
         m_preferences->flush();
 }

@@ -10,6 +10,7 @@
 
 #include <QNetworkAccessManager>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 
 #include <qcoro/qcorotask.h>
@@ -19,6 +20,8 @@
 #include <optional>
 
 class AppCalendar;
+class DataSafety;
+class Generators;
 class MCPServer;
 class ModelContainer;
 class ModelContext;
@@ -29,7 +32,7 @@ class SecretStore;
 // has for the user, if any.
 struct LaunchSteps {
     std::function<std::optional<QString>(Preferences &)> legacyImport;
-    std::function<std::optional<QString>()> pendingRestore;
+    std::function<std::optional<QString>(Preferences &)> pendingRestore;
     std::function<void(Preferences &)> toolGroupDefaults;
     StoreLifecycle::Opener openStore = StoreLifecycle::openContainer;
     // The desktop's notification centre; tests give an in-memory one.
@@ -54,7 +57,11 @@ public:
     Preferences &preferences() { return *m_preferences; }
     AppCalendar &appCalendar() { return *m_calendar; }
     ModelContainer &container() { return *m_container; }
+    // The store the screens and the assistant tools work on: the sample's while demo mode is on.
     ModelContext &mainContext();
+    // The user's own store, whatever the shell shows.
+    ModelContext &realContext();
+    bool isDemoActive() const;
     MCPTools &mcpTools() { return m_mcpTools; }
     MCPServer &mcpServer() { return *m_mcpServer; }
     // The journal's unsaved typing, shared by every open page and the assistant tools.
@@ -64,6 +71,10 @@ public:
     AIContext aiContext() { return {*m_preferences, *m_keys, m_network}; }
     AIKeyStore &keyStore() { return *m_keys; }
     InboxServices &inbox() { return *m_inbox; }
+    // Backups and their restore, and demo mode.
+    DataSafety &safety() { return *m_safety; }
+    // Summaries, task phrasing and the rest of what writes for the user.
+    Generators &generators();
     const std::optional<QString> &recoveryNotice() const { return m_recoveryNotice; }
     StoreLifecycle::State storeState() const { return m_storeState; }
 
@@ -112,8 +123,12 @@ private:
     std::unique_ptr<SecretStore> m_secrets;
     std::unique_ptr<AIKeyStore> m_keys;
     std::unique_ptr<InboxServices> m_inbox;
+    std::unique_ptr<DataSafety> m_safety;
     // Background AI work belongs to this; it goes first when Tovren closes.
     std::unique_ptr<QObject> m_aiWork = std::make_unique<QObject>();
+    std::unique_ptr<Generators> m_generators;
+    std::unique_ptr<Generators> m_demoGenerators;
+    QPointer<ModelContext> m_demoGeneratorsContext;
     std::optional<QString> m_recoveryNotice;
     // Once per launch: this launch's notice is passed on, and the on-device model is checked.
     bool m_noticePassedOn = false;

@@ -8,12 +8,15 @@
 #include "core/store/StoreError.h"
 #include "platform/LaunchOptions.h"
 #include "platform/SingleInstance.h"
+#include "safety/DataSafety.h"
 #include "ui/MainWindow.h"
 #include "ui/TrayIcon.h"
 
 #include <QApplication>
 #include <QCoreApplication>
+#include <QFileInfo>
 #include <QIcon>
+#include <QTimer>
 
 #include <cstdio>
 #include <cstring>
@@ -60,6 +63,35 @@ int handOver(SingleInstance &instance, const LaunchOptions &options, const QStri
     return 1;
 }
 
+// `tovren restore FOLDER`: the running Tovren backs its journal up, then restarts on the backup.
+int askToRestore(int &argc, char **argv)
+{
+    const QString folder = QFileInfo(QString::fromLocal8Bit(argv[2])).absoluteFilePath();
+    QCoreApplication application(argc, argv);
+    SingleInstance instance(DataLocations::dataRoot());
+    if (instance.claim() != SingleInstance::Role::secondary) {
+        std::fprintf(stderr,
+                     "tovren: Tovren isn't running for the journal in %s. Start it, then "
+                     "ask again.\n",
+                     qPrintable(DataLocations::dataRoot()));
+        return 1;
+    }
+    const SingleInstance::Answer answer = instance.forward({u"restore"_s, folder});
+    if (answer.accepted)
+        return 0;
+    std::fprintf(stderr, "tovren: %s\n", qPrintable(answer.message));
+    return 1;
+}
+
+SingleInstance::Answer answerRestore(TovrenApp &tovren, const QString &folder)
+{
+    if (!JournalBackup::isBackup(folder))
+        return {false, JournalBackup::text(JournalBackup::BackupError::notABackup)};
+    // After the answer has gone: the restore ends this process.
+    QTimer::singleShot(0, &tovren, [&tovren, folder] { tovren.safety().backup().restore(folder); });
+    return {true, QString()};
+}
+
 void connectTray(TrayIcon &tray, MainWindow &window)
 {
     QObject::connect(&tray, &TrayIcon::openRequested, &window, &MainWindow::bringToFront);
@@ -76,6 +108,8 @@ int main(int argc, char **argv)
     // no display, and as many of them as assistants want.
     if (argc >= 2 && std::strcmp(argv[1], "mcp") == 0)
         return StdioBridge::run(MCPServer::configuredPort());
+    if (argc == 3 && std::strcmp(argv[1], "restore") == 0)
+        return askToRestore(argc, argv);
 
     const QStringList arguments = LaunchOptions::fromArgv(argc, argv);
     const LaunchOptions options = LaunchOptions::parse(arguments);
@@ -128,6 +162,10 @@ int main(int argc, char **argv)
                      qPrintable(error.description()));
         return 1;
     }
+    // Asked for by a later start, in either face.
+    instance.setCommand(u"restore"_s, [&tovren](const QStringList &rest) {
+        return answerRestore(tovren, rest.value(0));
+    });
 
     std::unique_ptr<MainWindow> window;
     std::unique_ptr<TrayIcon> tray;

@@ -1,5 +1,6 @@
 #include "SingleInstance.h"
 
+#include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QDeadlineTimer>
 #include <QDir>
@@ -9,10 +10,12 @@
 #include <QJsonObject>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QProcess>
 #include <QThread>
 #include <QTimer>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
@@ -28,6 +31,11 @@ namespace {
 constexpr qsizetype maxRequestSize = 64 * 1024;
 // A client that connects and says nothing is dropped after this long.
 constexpr int requestTimeoutMs = 10000;
+// A relaunched process waits this long at most for the one that started it to end; that one
+// saves and closes its store first.
+constexpr int relaunchWaitMs = 20000;
+// Set for a relaunched process: the id of the process that started it.
+constexpr char relaunchedFromVariable[] = "TOVREN_RELAUNCHED_FROM";
 
 QString keyFor(const QString &dataRoot)
 {
@@ -124,12 +132,21 @@ SingleInstance::Role SingleInstance::claim()
                     u"), so a second start isn't kept from opening the same journal."_s;
         return Role::unguarded;
     }
-    if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
-        ::close(fd);
-        return Role::secondary;
+    // Taken out at once, so that the programs this one starts aren't taken for a relaunch.
+    const qint64 predecessor = qEnvironmentVariableIntValue(relaunchedFromVariable);
+    qunsetenv(relaunchedFromVariable);
+    const QDeadlineTimer relaunchDeadline(relaunchWaitMs);
+    while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        const bool predecessorRuns =
+            predecessor > 0 && (::kill(pid_t(predecessor), 0) == 0 || errno == EPERM);
+        if (!predecessorRuns || relaunchDeadline.hasExpired()) {
+            ::close(fd);
+            return Role::secondary;
+        }
+        QThread::msleep(50);
     }
     m_lockFd = fd;
-    // The owner's process id, for a person looking at the file; nothing reads it back.
+    // The owner's process id, for a person (or a test) looking at the file; Tovren never reads it.
     const QByteArray pid = QByteArray::number(qint64(::getpid())) + '\n';
     if (::ftruncate(fd, 0) == 0 && ::write(fd, pid.constData(), size_t(pid.size())) < 0) {
         // Only informative: the lock is what counts.
@@ -178,14 +195,19 @@ void SingleInstance::serve(QLocalSocket *socket)
         for (const QJsonValue &argument : request.value(u"arguments"_s).toArray())
             arguments.append(argument.toString());
 
-        const bool accepted = m_refusal.isEmpty();
+        const auto command =
+            arguments.isEmpty() ? m_commands.end() : m_commands.find(arguments.first());
+        const bool isCommand = command != m_commands.end();
+        const Answer handled = isCommand ? command->second(arguments.mid(1)) : Answer{};
+        const bool accepted = isCommand ? handled.accepted : m_refusal.isEmpty();
         QJsonObject answer{{u"accepted"_s, accepted}};
-        if (!accepted)
-            answer.insert(u"message"_s, m_refusal);
+        const QString message = isCommand ? handled.message : m_refusal;
+        if (!message.isEmpty())
+            answer.insert(u"message"_s, message);
         socket->write(line(answer));
         socket->flush();
         socket->disconnectFromServer();
-        if (accepted)
+        if (accepted && !isCommand)
             emit received(arguments);
     });
 }
@@ -230,4 +252,16 @@ SingleInstance::Answer SingleInstance::forward(const QStringList &arguments, int
         return {false, notAnswering};
     const QJsonObject answer = QJsonDocument::fromJson(reply.left(reply.indexOf('\n'))).object();
     return {answer.value(u"accepted"_s).toBool(), answer.value(u"message"_s).toString()};
+}
+
+bool SingleInstance::relaunch()
+{
+    QProcess process;
+    process.setProgram(QCoreApplication::applicationFilePath());
+    process.setArguments(QCoreApplication::arguments().mid(1));
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QString::fromLatin1(relaunchedFromVariable),
+                       QString::number(QCoreApplication::applicationPid()));
+    process.setProcessEnvironment(environment);
+    return process.startDetached();
 }

@@ -4,6 +4,9 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+#include <map>
+
 class QLocalServer;
 class QLocalSocket;
 
@@ -31,7 +34,8 @@ public:
     ~SingleInstance() override;
 
     // Takes the lock when it is free. Needs no application object, so the choice of face can
-    // wait for it.
+    // wait for it. A process started by relaunch() first waits for the one that started it to
+    // let go of the lock.
     Role claim();
     // Why the role is unguarded, in plain words.
     const QString &problem() const { return m_problem; }
@@ -41,6 +45,10 @@ public:
     bool listen();
     // While not empty, every forwarded request is answered with this refusal and not received.
     void setRefusal(const QString &message) { m_refusal = message; }
+    // A forwarded request whose first argument is `word` goes to the handler, whatever the
+    // refusal, and its answer is sent back; it is not received.
+    using Command = std::function<Answer(const QStringList &rest)>;
+    void setCommand(const QString &word, Command handler) { m_commands[word] = std::move(handler); }
 
     // As a secondary, hands the arguments to the running Tovren and waits for its answer.
     Answer forward(const QStringList &arguments, int timeoutMs = 20000);
@@ -57,6 +65,10 @@ public:
     // unusable; empty (with the reason in problem) when neither can be had safely.
     static QString runtimeDir(QString *problem = nullptr);
 
+    // Starts this program again with the same arguments, as a process that waits in claim()
+    // until this one has ended. False when it could not be started.
+    static bool relaunch();
+
 signals:
     // Arguments of a later start, as it was given them (without the program name).
     void received(const QStringList &arguments);
@@ -69,6 +81,7 @@ private:
     QString m_key;
     QString m_problem;
     QString m_refusal;
+    std::map<QString, Command> m_commands;
     int m_lockFd = -1;
     QLocalServer *m_server = nullptr;
 };

@@ -7,6 +7,8 @@
 #include "journal/JournalScreen.h"
 #include "people/PeopleScreen.h"
 #include "platform/Autostart.h"
+#include "safety/DataSafety.h"
+#include "safety/DemoMode.h"
 #include "settings/AIProviderPane.h"
 #include "settings/DataPane.h"
 #include "settings/GeneralPane.h"
@@ -22,11 +24,15 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QDesktopServices>
+#include <QFrame>
 #include <QHBoxLayout>
+#include <QLabel>
 #include <QListWidget>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QStackedWidget>
+#include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
 
@@ -69,25 +75,54 @@ MainWindow::MainWindow(TovrenApp &app, QWidget *parent)
     m_sidebar->setFixedWidth(180);
     Theme::styleSidebar(m_sidebar);
     m_screens = new QStackedWidget(central);
+    // The demo banner sits under the tab's screen, where it hides nothing of it.
+    auto *column = new QVBoxLayout;
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+    column->addWidget(m_screens, 1);
+    column->addWidget(makeDemoBanner(central));
     layout->addWidget(m_sidebar);
-    layout->addWidget(m_screens, 1);
+    layout->addLayout(column, 1);
     setCentralWidget(central);
 
-    for (SidebarItem item : SidebarItems::all) {
-        if (QWidget *screen = makeScreen(item, m_app))
-            addTab(item, screen);
-    }
+    // Asked before any screen exists: a demo left on at the last quit is back at once.
+    DemoMode &demo = m_app.safety().demo();
+    buildScreens();
     connect(m_sidebar, &QListWidget::currentRowChanged, m_screens,
             &QStackedWidget::setCurrentIndex);
-    if (!m_tabs.isEmpty())
-        m_sidebar->setCurrentRow(0);
     buildMenus();
+    showDemoState(demo.isActive());
+    connect(&demo, &DemoMode::changed, this, &MainWindow::onDemoChanged);
     connect(&NoticeCenter::shared(), &NoticeCenter::posted, this, &MainWindow::onNotice);
 }
 
 MainWindow::~MainWindow()
 {
     delete m_settings;
+}
+
+void MainWindow::buildScreens()
+{
+    // The screens hold the store they were made over; a change of store makes them anew, and
+    // the old ones go now, before anything of theirs can reach the other store.
+    const std::optional<SidebarItem> shown = currentTab();
+    const QSignalBlocker blocker(m_sidebar);
+    delete m_unreadBadge;
+    m_sidebar->clear();
+    m_tabs.clear();
+    while (QWidget *old = m_screens->widget(0)) {
+        m_screens->removeWidget(old);
+        delete old;
+    }
+    for (SidebarItem item : SidebarItems::all) {
+        if (QWidget *screen = makeScreen(item, m_app))
+            addTab(item, screen);
+    }
+    if (m_tabs.isEmpty())
+        return;
+    const int row = int(std::max<qsizetype>(0, shown ? m_tabs.indexOf(*shown) : 0));
+    m_sidebar->setCurrentRow(row);
+    m_screens->setCurrentIndex(row);
 }
 
 void MainWindow::addTab(SidebarItem item, QWidget *screen)
@@ -97,7 +132,56 @@ void MainWindow::addTab(SidebarItem item, QWidget *screen)
     auto *row = new QListWidgetItem(SidebarItems::title(item), m_sidebar);
     row->setData(Qt::UserRole, SidebarItems::rawValue(item));
     if (item == SidebarItem::inbox)
-        InboxUnreadBadge::attach(m_app.mainContext(), m_sidebar, row);
+        m_unreadBadge = InboxUnreadBadge::attach(m_app.mainContext(), m_sidebar, row);
+}
+
+QWidget *MainWindow::makeDemoBanner(QWidget *parent)
+{
+    auto *banner = new QFrame(parent);
+    banner->setObjectName(u"demoBanner"_s);
+    // Colours by palette role, so that the strip follows light and dark.
+    banner->setStyleSheet(u"#demoBanner { background: palette(alternate-base); border-top: 1px "
+                          "solid palette(highlight); }"_s);
+    auto *title = new QLabel(tr("Demo mode"), banner);
+    QFont titleFont = title->font();
+    titleFont.setWeight(QFont::DemiBold);
+    title->setFont(titleFont);
+    auto *unsaved = new QLabel(tr("Nothing here is saved"), banner);
+    unsaved->setForegroundRole(QPalette::PlaceholderText);
+    auto *text = new QLabel(
+        tr("A filled-in Tovren, here to explore. Your own journal is untouched."), banner);
+    text->setWordWrap(true);
+    auto *exit = new QPushButton(tr("Exit"), banner);
+    exit->setObjectName(u"exitDemo"_s);
+    connect(exit, &QPushButton::clicked, this, [this] { m_app.safety().demo().exit(); });
+
+    auto *layout = new QHBoxLayout(banner);
+    layout->setContentsMargins(24, 10, 16, 10);
+    layout->setSpacing(12);
+    layout->addWidget(title);
+    layout->addWidget(unsaved);
+    layout->addWidget(text, 1);
+    layout->addWidget(exit);
+    m_demoBanner = banner;
+    return banner;
+}
+
+void MainWindow::showDemoState(bool active)
+{
+    m_demoBanner->setVisible(active);
+    m_demoAction->setText(active ? tr("Exit Demo Mode") : tr("Enter Demo Mode"));
+}
+
+void MainWindow::onDemoChanged(bool active)
+{
+    buildScreens();
+    showDemoState(active);
+    if (auto *journal = qobject_cast<JournalScreen *>(m_screens->currentWidget());
+        journal && isActiveWindow())
+        journal->focusToday();
+    // The user's own journal shows again: what waits for its showing runs now.
+    if (!active && isVisible())
+        shellAppeared();
 }
 
 void MainWindow::buildMenus()
@@ -115,6 +199,13 @@ void MainWindow::buildMenus()
     newEntry->setShortcut(QKeySequence::New);
     QAction *settings = file->addAction(tr("&Settings…"), this, &MainWindow::showSettings);
     settings->setShortcuts({QKeySequence::Preferences, QKeySequence(u"Ctrl+,"_s)});
+    m_demoAction = file->addAction(tr("Enter Demo Mode"), this, [this] {
+        DemoMode &demo = m_app.safety().demo();
+        if (demo.isActive())
+            demo.exit();
+        else
+            demo.enter();
+    });
     file->addSeparator();
     QAction *close = file->addAction(tr("&Close Window"), this, &QWidget::close);
     close->setShortcut(QKeySequence::Close);
@@ -179,7 +270,10 @@ SettingsWindow *MainWindow::settingsWindow()
     m_settings = new SettingsWindow;
     m_settings->addPane(u"General"_s, new GeneralPane(m_app.preferences(), loginItem()));
     m_settings->addPane(u"Journal"_s, new JournalPane(m_app.preferences()));
-    m_settings->addPane(u"Connections"_s, new AIProviderPane(m_app.aiContext()));
+    m_settings->addPane(u"Connections"_s,
+                        // The log of what went out is the user's own; the window also
+                        // outlives any demo store.
+                        new AIProviderPane(m_app.aiContext(), &m_app.realContext()));
     m_settings->addPane(u"Assistant"_s,
                         new MCPConnectorSection(m_app.preferences(), m_app.mcpServer(),
                                                 AIConnector::Bridge::detect(
@@ -197,6 +291,11 @@ void MainWindow::showEvent(QShowEvent *event)
     // restoring add no showing of ours.
     if (event->spontaneous())
         return;
+    shellAppeared();
+}
+
+void MainWindow::shellAppeared()
+{
     m_app.shellDidAppear();
     if (const auto alert = m_app.firstPageDidAppear()) {
         m_recoveryAlert =

@@ -9,6 +9,8 @@
 #include <QPointer>
 #include <QUrl>
 
+class InboxUnreadBadge;
+class QAction;
 class QListWidget;
 class QStackedWidget;
 class SettingsWindow;
@@ -47,6 +49,9 @@ public slots:
 public:
     // The alert raised for a recovered store, while it is open.
     QMessageBox *recoveryAlert() const { return m_recoveryAlert; }
+    // The strip that says demo mode is on, with its Exit; hidden otherwise.
+    QWidget *demoBanner() const { return m_demoBanner; }
+    QAction *demoAction() const { return m_demoAction; }
 
 protected:
     void showEvent(QShowEvent *event) override;
@@ -54,6 +59,12 @@ protected:
 
 private:
     void buildMenus();
+    // The tabs' screens over the store the shell works on now.
+    void buildScreens();
+    QWidget *makeDemoBanner(QWidget *parent);
+    void showDemoState(bool active);
+    void onDemoChanged(bool active);
+    void shellAppeared();
     void addTab(SidebarItem item, QWidget *screen);
     void onNotice(const QString &name, const QVariantMap &info);
 
@@ -63,4 +74,7 @@ private:
     QList<SidebarItem> m_tabs;
     QPointer<SettingsWindow> m_settings;
     QPointer<QMessageBox> m_recoveryAlert;
+    QPointer<InboxUnreadBadge> m_unreadBadge;
+    QWidget *m_demoBanner = nullptr;
+    QAction *m_demoAction = nullptr;
 };

@@ -78,7 +78,7 @@ LaunchSteps stepsWithNotices(std::optional<QString> legacy, std::optional<QStrin
     };
     LaunchSteps steps = LaunchSteps::standard();
     steps.legacyImport = [=](Preferences &) { return note(u"legacy"_s), legacy; };
-    steps.pendingRestore = [=] { return note(u"restore"_s), restore; };
+    steps.pendingRestore = [=](Preferences &) { return note(u"restore"_s), restore; };
     steps.toolGroupDefaults = [=](Preferences &) { note(u"toolGroups"_s); };
     steps.openStore = [=, failures = std::make_shared<int>(failingOpens)](
                           const ModelContainer::Configuration &configuration) {
