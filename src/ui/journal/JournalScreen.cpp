@@ -238,11 +238,10 @@ void JournalScreen::applyPalette()
 {
     const QColor muted =
         Theme::blend(palette().color(QPalette::Text), palette().color(QPalette::Base), 0.45);
-    for (QLabel *label : {m_greeting, m_streak, m_status, m_summary}) {
-        QPalette palette = label->palette();
-        palette.setColor(QPalette::WindowText, muted);
-        label->setPalette(palette);
-    }
+    // A style sheet rather than the label's palette: the desktop's palette arrives after the
+    // screen is built and would otherwise take the labels back to the plain text colour.
+    for (QLabel *label : {m_greeting, m_streak, m_status, m_summary})
+        label->setStyleSheet(u"QLabel { color: %1; }"_s.arg(muted.name()));
 }
 
 void JournalScreen::changeEvent(QEvent *event)
