@@ -3,6 +3,8 @@
 #include "PreferenceKeys.h"
 #include "Preferences.h"
 
+#include <array>
+
 using namespace Qt::StringLiterals;
 
 namespace WritingStyles {
@@ -21,61 +23,56 @@ WritingStyle fromRaw(const QString &raw)
     return WritingStyle::balanced;
 }
 
+namespace {
+
+// Everything a style means, one row per style in the enum's order.
+struct StyleWords {
+    QString raw;
+    QString label;
+    QString systemAddition;
+    QString assistantSentence;
+};
+
+const StyleWords &words(WritingStyle style)
+{
+    static const std::array<StyleWords, 3> rows{{
+        {u"brief"_s, u"Brief"_s,
+         u"\n\nKeep output short: one or two sentences unless the surface explicitly asks for "
+         "more. Cut context the user already knows."_s,
+         u"The user prefers brief entries: one or two sentences, plain prose, no headings or "
+         "bullets."_s},
+        {u"balanced"_s, u"Balanced"_s, QString(),
+         u"The user prefers a short paragraph or two: plain prose, specific about what happened, "
+         "no headings."_s},
+        {u"detailed"_s, u"Detailed"_s,
+         u"\n\nWrite fuller output. Include the reasoning and context behind what happened, not "
+         "only the outcome, while staying grounded in what the user actually wrote."_s,
+         u"The user prefers detailed entries: several paragraphs covering what happened, why, "
+         "and what it means, in plain prose."_s},
+    }};
+    return rows[static_cast<size_t>(style)];
+}
+
+} // namespace
+
 QString rawValue(WritingStyle style)
 {
-    switch (style) {
-    case WritingStyle::brief:
-        return u"brief"_s;
-    case WritingStyle::detailed:
-        return u"detailed"_s;
-    case WritingStyle::balanced:
-        break;
-    }
-    return u"balanced"_s;
+    return words(style).raw;
 }
 
 QString label(WritingStyle style)
 {
-    switch (style) {
-    case WritingStyle::brief:
-        return u"Brief"_s;
-    case WritingStyle::detailed:
-        return u"Detailed"_s;
-    case WritingStyle::balanced:
-        break;
-    }
-    return u"Balanced"_s;
+    return words(style).label;
 }
 
 QString systemAddition(WritingStyle style)
 {
-    switch (style) {
-    case WritingStyle::brief:
-        return u"\n\nKeep output short: one or two sentences unless the surface explicitly asks "
-               "for more. Cut context the user already knows."_s;
-    case WritingStyle::detailed:
-        return u"\n\nWrite fuller output. Include the reasoning and context behind what happened, "
-               "not only the outcome, while staying grounded in what the user actually wrote."_s;
-    case WritingStyle::balanced:
-        break;
-    }
-    return QString();
+    return words(style).systemAddition;
 }
 
 QString assistantSentence(WritingStyle style)
 {
-    switch (style) {
-    case WritingStyle::brief:
-        return u"The user prefers brief entries: one or two sentences, plain prose, no headings "
-               "or bullets."_s;
-    case WritingStyle::detailed:
-        return u"The user prefers detailed entries: several paragraphs covering what happened, "
-               "why, and what it means, in plain prose."_s;
-    case WritingStyle::balanced:
-        break;
-    }
-    return u"The user prefers a short paragraph or two: plain prose, specific about what "
-           "happened, no headings."_s;
+    return words(style).assistantSentence;
 }
 
 } // namespace WritingStyles
